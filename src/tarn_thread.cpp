@@ -1,0 +1,148 @@
+#include "src/tarn_thread.h"
+
+#include <utility>
+
+#include "src/tarn_log.h"
+
+namespace {
+
+constexpr int kForever = -1;
+
+}  // namespace
+
+// The instance outlives everything: its thread runs until the process is gone.
+TarnThread::TarnThread() { free_ = true; }
+
+TarnThread::~TarnThread() {
+  ending_ = true;
+  event_.Set();
+  thread_.reset();
+}
+
+void TarnThread::start() {
+  if (!try_start()) TARN_LOG_ERROR("thread create failed");
+}
+
+bool TarnThread::try_start() {
+  const oxutils::scoped_lock hold(start_lock_);
+  if (thread_) return true;
+  if (!timers_) timers_.reset(new TarnTimerQueue(this));
+  thread_.reset(new oxutils::thread(oxutils::Function(this, &TarnThread::thread_func)));
+  const bool created = thread_->created();
+  if (!created) thread_.reset();  // a later start() tries again
+  return created;
+}
+
+void TarnThread::stop() {
+  const oxutils::scoped_lock hold(start_lock_);
+  if (thread_) event_.Set();
+}
+
+pthread_t TarnThread::get_tid() { return tid_; }
+
+bool TarnThread::is_in_thread() { return tid_ == pthread_self(); }
+
+void TarnThread::thread_func() {
+  TARN_LOG_DEBUG("thread start");
+  pthread_setname_np(pthread_self(), "tarn_thread");
+  if (tid_ == pthread_t{}) tid_ = pthread_self();
+  while (!ending_) {
+    event_.Wait(timers_->get_timeout());
+    begin_turn();
+    do_pending_func();
+    timers_->process_timers();
+    end_turn();
+  }
+  TARN_LOG_DEBUG("thread end");
+}
+
+bool TarnThread::try_begin_turn() {
+  int expected = kFree;
+  return turn_.compare_exchange_strong(expected, kTaken, std::memory_order_acquire);
+}
+
+void TarnThread::begin_turn() {
+  while (!try_begin_turn()) {
+    // An update() is at work on another thread; it sets the event when it ends.
+    int expected = kTaken;
+    if (turn_.compare_exchange_strong(expected, kTakenWorkerWaits) ||
+        expected == kTakenWorkerWaits) {
+      event_.Wait(kForever);
+    }
+  }
+}
+
+void TarnThread::end_turn() {
+  if (turn_.exchange(kFree, std::memory_order_release) == kTakenWorkerWaits) event_.Set();
+}
+
+void TarnThread::do_pending_func() {
+  std::vector<oxutils::Function> batch;
+  {
+    const oxutils::scoped_lock hold(pending_lock_);
+    batch.swap(pending_);
+  }
+  for (oxutils::Function& each : batch) {
+    // Released one by one: what a function keeps alive goes right after it has run.
+    const oxutils::Function f = std::move(each);
+    f();
+  }
+}
+
+void TarnThread::run(oxutils::Function f) {
+  if (is_in_thread()) {
+    f();
+    return;
+  }
+  {
+    const oxutils::scoped_lock hold(pending_lock_);
+    pending_.push_back(std::move(f));
+  }
+  event_.Set();
+}
+
+void TarnThread::wait(oxutils::Function f) {
+  if (is_in_thread()) {
+    f();
+    return;
+  }
+  oxutils::sem done;
+  run(oxutils::Function(&tarn_wait_func, &done, std::move(f)));
+  done.wait();
+}
+
+void tarn_wait_func(oxutils::sem* done, oxutils::Function f) {
+  f();
+  done->post();
+}
+
+// The event makes the worker compute its wait anew, with this timer.
+int TarnThread::file_timer(oxutils::Function f, int delay, int interval) {
+  const int id = timers_->add_timer(std::move(f), delay, interval);
+  event_.Set();
+  return id;
+}
+
+int TarnThread::run_every(int interval, oxutils::Function f) {
+  return file_timer(std::move(f), interval, interval);
+}
+
+int TarnThread::run_after(int delay, oxutils::Function f) {
+  return file_timer(std::move(f), delay, 0);
+}
+
+int TarnThread::run_at(int tick, oxutils::Function f) {
+  const unsigned int delay = static_cast<unsigned int>(tick) - TarnTimerQueue::cur_tick();
+  return file_timer(std::move(f), static_cast<int>(delay), 0);
+}
+
+void TarnThread::cancel_timer(int id) { timers_->cancel_timer(id); }
+
+int TarnThread::get_timeout() { return timers_->get_timeout(); }
+
+void TarnThread::update() {
+  TarnTimerQueue* const timers = timers_.operator->();
+  if (!try_begin_turn()) return;
+  timers->process_timers();
+  end_turn();
+}

@@ -1,0 +1,147 @@
+#include "src/tarn_timer.h"
+
+#include <sys/time.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "src/tarn_log.h"
+
+namespace {
+
+constexpr int kMaxTimeout = 10000;  // ms; what a lost wake-up or a step of the clock costs at most
+constexpr unsigned int kTickRoundingUs = 200;  // x.8 ms and later count as the next millisecond
+
+// Log lines show the low 32 bits of a thread id.
+unsigned int tid_number(pthread_t tid) { return static_cast<unsigned int>(tid); }
+
+// Signed, so that it survives the wrap of the tick.
+int ticks_until(unsigned int expiration, unsigned int now) {
+  return static_cast<int>(expiration - now);
+}
+
+}  // namespace
+
+TarnTimerQueue::TarnTimerQueue(TarnThreadBase* owner)
+    : owner_(owner),
+      one_shot_timeout_(kMaxTimeout),
+      last_tick_(cur_tick()),
+      periodic_timeout_(kMaxTimeout) {}
+
+unsigned int TarnTimerQueue::cur_tick() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  const auto us = static_cast<uint64_t>(now.tv_usec) + kTickRoundingUs;
+  return static_cast<unsigned int>(static_cast<uint64_t>(now.tv_sec) * 1000 + us / 1000);
+}
+
+bool TarnTimerQueue::on_owner_thread() { return owner_->get_tid() == pthread_self(); }
+
+int TarnTimerQueue::add_timer(oxutils::Function func, int delay, int interval) {
+  const int d = std::max(delay, 1);
+  const unsigned int expiration = cur_tick() + static_cast<unsigned int>(d);
+  TimerPtr timer = TarnTimer::create_timer(std::move(func), static_cast<int>(expiration), interval);
+  const int id = timer->id();
+  if (!on_owner_thread()) {
+    TARN_LOG_WARN("add_timer id: %d, delay: %d, interval: %d, current tid %u, thread_id %u", id, d,
+                  interval, tid_number(pthread_self()), tid_number(owner_->get_tid()));
+  }
+  owner_->run(oxutils::Function(this, &TarnTimerQueue::addTimerInLoop, std::move(timer), d));
+  return id;
+}
+
+void TarnTimerQueue::addTimerInLoop(oxutils::shared_ptr<TarnTimer> timer, int delay) {
+  TARN_LOG_DEBUG("add_timer id: %d, delay: %d, current tid %u", timer->id(), delay,
+                 tid_number(pthread_self()));
+  if (timer->repeat()) {
+    periodic_[timer->interval()].push_back(timer);
+    periodic_index_[timer->id()] = std::move(timer);
+    return;
+  }
+  const unsigned int expiration = timer->expiration();
+  one_shots_.emplace(expiration, std::move(timer));
+  // last_tick_ stays: the queue is then examined somewhat earlier than needed, once.
+  if (one_shot_timeout_ > delay) one_shot_timeout_ = delay;
+}
+
+void TarnTimerQueue::cancel_timer(int id) {
+  if (!on_owner_thread()) {
+    TARN_LOG_WARN("cancel_timer id: %d, current tid %u, thread_id %u", id,
+                  tid_number(pthread_self()), tid_number(owner_->get_tid()));
+  }
+  owner_->run(oxutils::Function(this, &TarnTimerQueue::cancelInLoop, id));
+}
+
+void TarnTimerQueue::cancelInLoop(int id) {
+  TARN_LOG_DEBUG("cancel_timer id: %d, current tid %u", id, tid_number(pthread_self()));
+  const auto one_shot = std::find_if(one_shots_.begin(), one_shots_.end(),
+                                     [id](const OneShot& each) { return each.second->id() == id; });
+  if (one_shot != one_shots_.end()) one_shots_.erase(one_shot);
+
+  // The timer stays in its queue until process_fifo meets it at the front.
+  const auto periodic = periodic_index_.find(id);
+  if (periodic == periodic_index_.end()) return;
+  periodic->second->remove();
+  periodic_index_.erase(periodic);
+}
+
+int TarnTimerQueue::get_timeout() const {
+  return std::min<int>(periodic_timeout_, one_shot_timeout_);
+}
+
+void TarnTimerQueue::process_timers() {
+  const unsigned int now = cur_tick();
+  process_timers_level_0(now);
+  int timeout = kMaxTimeout;
+  for (auto& fifo : periodic_) timeout = std::min(timeout, process_fifo(fifo.second, now));
+  periodic_timeout_ = timeout;
+}
+
+int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
+  while (!fifo.empty()) {
+    TarnTimer& front = *fifo.front();
+    const int due_in = ticks_until(front.expiration(), now);
+    if (due_in > 0) return due_in;
+    if (front.is_removed()) {
+      fifo.pop_front();
+      continue;
+    }
+    // Restarted first: the function sees its next expiration.
+    front.restart();
+    front.run();
+    fifo.push_back(std::move(fifo.front()));
+    fifo.pop_front();
+  }
+  return kMaxTimeout;
+}
+
+std::vector<TarnTimerQueue::TimerPtr> TarnTimerQueue::take_due(unsigned int now) {
+  // Strictly less: a timer due exactly now waits for the next pass. Unsigned: no regard to the
+  // wrap.
+  const auto end = one_shots_.lower_bound(OneShot(now, TimerPtr()));
+  std::vector<TimerPtr> due;
+  for (auto each = one_shots_.begin(); each != end; ++each) due.push_back(each->second);
+  one_shots_.erase(one_shots_.begin(), end);
+  return due;
+}
+
+void TarnTimerQueue::process_timers_level_0(unsigned int now) {
+  const auto elapsed = static_cast<int>(now - last_tick_);
+  last_tick_ = now;
+  const int left = static_cast<int>(static_cast<unsigned int>(one_shot_timeout_.load()) -
+                                    static_cast<unsigned int>(elapsed));
+  if (left > 0) {
+    one_shot_timeout_ = left;
+    return;
+  }
+  // All due timers have left the set before any runs, so they may add and cancel freely.
+  for (const TimerPtr& timer : take_due(now)) timer->run();
+  if (one_shots_.empty()) {
+    one_shot_timeout_ = kMaxTimeout;
+    return;
+  }
+  // Overdue by the signed difference, yet not due by the unsigned order above: the tick has wrapped
+  // in between and nothing can be done before it wraps again.
+  const int due_in = ticks_until(one_shots_.begin()->first, now);
+  one_shot_timeout_ = due_in < 0 ? kMaxTimeout : std::min(due_in, kMaxTimeout);
+}
