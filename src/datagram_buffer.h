@@ -1,0 +1,23 @@
+// DatagramBuffer: room for one outgoing datagram.
+#ifndef TARN_SRC_DATAGRAM_BUFFER_H_
+#define TARN_SRC_DATAGRAM_BUFFER_H_
+
+#include <stddef.h>
+
+#include <memory>
+
+// `size` bytes, not initialised; on the stack for datagrams of usual size. Lives for one call.
+class DatagramBuffer {
+ public:
+  explicit DatagramBuffer(size_t size) : heap_(size > sizeof stack_ ? new char[size] : nullptr) {}
+  DatagramBuffer(const DatagramBuffer&) = delete;
+  DatagramBuffer& operator=(const DatagramBuffer&) = delete;
+
+  char* data() { return heap_ ? heap_.get() : stack_; }
+
+ private:
+  char stack_[2048];
+  const std::unique_ptr<char[]> heap_;
+};
+
+#endif  // TARN_SRC_DATAGRAM_BUFFER_H_

@@ -1,0 +1,195 @@
+#include "src/recv_window.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+#include <vector>
+
+#include "src/tarn_config.h"
+#include "src/tarn_log.h"
+#include "src/wire_format.h"
+
+namespace {
+
+bool ends_message(unsigned char flag) { return flag == wire::kLast || flag == wire::kWhole; }
+
+unsigned short next_of(unsigned short seq) { return static_cast<unsigned short>(seq + 1); }
+
+void append_bytes(std::vector<char>& bytes, DataView& view) {
+  const char* const data = view.data();
+  bytes.insert(bytes.end(), data, data + view.size());
+}
+
+}  // namespace
+
+void RecvWindow::log_input(unsigned short seq, unsigned char flag) const {
+  TARN_LOG_DEBUG("tarn %p input seq %u flag %u ", static_cast<const void*>(this), seq, flag);
+}
+
+bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
+  log_input(seq, flag);
+  Packet packet{seq, data, ends_message(flag)};
+  if (!started) {
+    // The peer's numbering begins at 0; there is no other place to start.
+    if (seq != 0) return write_to_buffer(packet);
+    start();
+    return deliver(packet);
+  }
+  if (!SeqLatter()(last_seq, seq)) {
+    mark_una_updated();  // a repetition: the peer is told again
+    return true;
+  }
+  if (seq != next_of(last_seq)) return write_to_buffer(packet);
+  log_input(seq, flag);
+  return deliver(packet);
+}
+
+bool RecvWindow::deliver(Packet& p) {
+  output(p);
+  try_release_buffer();
+  return true;
+}
+
+void RecvWindow::start() {
+  const oxutils::scoped_lock hold(lock_);
+  started = true;
+}
+
+void RecvWindow::mark_una_updated() {
+  const oxutils::scoped_lock hold(lock_);
+  una_updated = true;
+}
+
+void RecvWindow::advance(unsigned short seq) {
+  TARN_LOG_VERBOSE("recv window output seq %u", seq);
+  const oxutils::scoped_lock hold(lock_);
+  last_seq = seq;
+  una_updated = true;
+  // Delivered past the buffer while a copy waited there: from inside a callback, or before number
+  // 0 when the whole ring may be waiting. The copy must not surface one wrap later.
+  Packet stale;
+  if (take_buffered(seq, stale)) ack_list.remove(seq);
+}
+
+void RecvWindow::output(Packet& p) {
+  advance(p.seq);
+  if (p.flag == 0) {
+    TARN_LOG_VERBOSE("staging seq %u len %d", p.seq, static_cast<int>(p.data.size()));
+    p.data.deep_copy();
+    staging.push_back(std::move(p));
+    return;
+  }
+  // A message in one piece is handed on as it lies in the datagram.
+  DataView message = staging.empty() ? std::move(p.data) : join_staged(p.data);
+  if (output_callback_) output_callback_(std::move(message));
+}
+
+void RecvWindow::output(unsigned short seq, DataView& data) {
+  advance(seq);
+  if (output_callback_) output_callback_(DataView(data));
+}
+
+// Emptied before the message is delivered: its receiver may feed this window again.
+DataView RecvWindow::join_staged(DataView& last) {
+  unsigned long size = last.size();
+  for (const Packet& each : staging) size += each.data.size();
+  std::vector<char> bytes;
+  bytes.reserve(size);
+  for (Packet& each : staging) append_bytes(bytes, each.data);
+  append_bytes(bytes, last);
+  staging.clear();
+  return DataView(std::move(bytes));
+}
+
+bool RecvWindow::write_to_buffer(Packet& p) {
+  const unsigned int limit = TarnConfig::instance()->recv_window_size;
+  size_t size = 0;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    size = recv_buffer_.size();
+    if (size < limit) {
+      store(p);
+      return true;
+    }
+  }
+  TARN_LOG_DEBUG("tarn %p recv_buffer_ size %u max size %u ", static_cast<void*>(this),
+                 static_cast<unsigned int>(size), limit);
+  return false;
+}
+
+void RecvWindow::store(Packet& p) {
+  if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
+  // Listed again when it is repeated; the packet stored first stays.
+  if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(p.seq);
+  const auto inserted = recv_buffer_.try_emplace(p.seq);
+  if (!inserted.second) return;
+  p.data.deep_copy();
+  inserted.first->second = p;
+}
+
+void RecvWindow::try_release_buffer() {
+  Packet packet;
+  while (take_next(packet)) {
+    const unsigned short seq = packet.seq;
+    output(packet);
+    unlist(seq);
+  }
+}
+
+bool RecvWindow::take_next(Packet& p) {
+  const oxutils::scoped_lock hold(lock_);
+  return take_buffered(next_of(last_seq), p);
+}
+
+void RecvWindow::unlist(unsigned short seq) {
+  const oxutils::scoped_lock hold(lock_);
+  ack_list.remove(seq);
+}
+
+bool RecvWindow::take_buffered(unsigned short seq, Packet& p) {
+  if (recv_buffer_.empty()) return false;
+  const PacketMap::iterator found = find_buffered(seq);
+  if (found == recv_buffer_.end()) return false;
+  p = std::move(found->second);
+  recv_buffer_.erase(found);
+  if (recv_buffer_.empty()) scattered_ = false;
+  return true;
+}
+
+PacketMap::iterator RecvWindow::find_buffered(unsigned short seq) {
+  const PacketMap::iterator found = find_exact(recv_buffer_, seq);
+  if (found != recv_buffer_.end() || !scattered_) return found;
+  return std::find_if(recv_buffer_.begin(), recv_buffer_.end(),
+                      [seq](const PacketMap::value_type& each) { return each.first == seq; });
+}
+
+bool RecvWindow::get_una(unsigned short& una) {
+  bool updated = false;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    if (!started) return false;
+    updated = std::exchange(una_updated, false);
+    if (updated) una = last_seq;
+  }
+  if (updated) {
+    TARN_LOG_VERBOSE("got una %u", una);
+  } else {
+    TARN_LOG_VERBOSE("una empty,not update");
+  }
+  return updated;
+}
+
+bool RecvWindow::get_ack(std::list<unsigned short>& out, unsigned long max) {
+  const oxutils::scoped_lock hold(lock_);
+  if (ack_list.empty()) return false;
+  const auto count = static_cast<std::ptrdiff_t>(std::min<unsigned long>(max, ack_list.size()));
+  out.splice(out.end(), ack_list, ack_list.begin(), std::next(ack_list.begin(), count));
+  return true;
+}
+
+bool RecvWindow::get_ack(std::list<unsigned short>& out) {
+  const oxutils::scoped_lock hold(lock_);
+  if (ack_list.empty()) return false;
+  ack_list.swap(out);
+  return true;
+}

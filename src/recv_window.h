@@ -1,0 +1,74 @@
+// RecvWindow: puts received reliable segments in order and messages together.
+#ifndef TARN_SRC_RECV_WINDOW_H_
+#define TARN_SRC_RECV_WINDOW_H_
+
+#include <list>
+
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
+#include "src/packet.h"
+
+// Takes segments in any order, delivers them strictly in order of their numbers, joins fragments,
+// drops what it has seen, holds a bounded number of early ones, and remembers what is to be
+// acknowledged. Part of a session. One thread at a time feeds it (input, both output,
+// write_to_buffer, try_release_buffer); feedback is taken on any thread (get_una, both get_ack).
+// lock_ guards what the two sides share and is never held while the window calls out.
+class RecvWindow {
+ public:
+  RecvWindow() = default;
+  RecvWindow(const RecvWindow&) = delete;
+  RecvWindow& operator=(const RecvWindow&) = delete;
+
+  // `f` takes each message as a DataView, which is valid only during the call.
+  void set_output_callback(oxutils::Function f) { output_callback_ = std::move(f); }
+
+  // One segment; `flag` is its place in the message. False when it came early and the buffer is
+  // full: it is dropped and the peer sends it again.
+  bool input(unsigned short seq, DataView& data, unsigned char flag) OX_EXCLUDES(lock_);
+
+  // Takes the next segment in order; delivers the message if it is the last one of it.
+  void output(Packet& p) OX_EXCLUDES(lock_);
+  // Delivers `data` as a message of its own and makes `seq` the last number in order.
+  void output(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
+
+  // Keeps an early packet, with bytes of its own. False when recv_window_size are kept already.
+  bool write_to_buffer(Packet& p) OX_EXCLUDES(lock_);
+  // Delivers what the buffer holds of the run after the last number in order.
+  void try_release_buffer() OX_EXCLUDES(lock_);
+
+  // The last number delivered in order, if that has not been reported since it changed or since a
+  // segment was repeated.
+  bool get_una(unsigned short& una) OX_EXCLUDES(lock_);
+  // Moves the oldest `max` numbers to acknowledge to the end of `out`. True if there were any, even
+  // when `max` lets none through.
+  bool get_ack(std::list<unsigned short>& out, unsigned long max) OX_EXCLUDES(lock_);
+  // Swaps all numbers to acknowledge with `out`. False, and nothing done, if there are none.
+  bool get_ack(std::list<unsigned short>& out) OX_EXCLUDES(lock_);
+
+ private:
+  bool deliver(Packet& p);
+  void start() OX_EXCLUDES(lock_);
+  void advance(unsigned short seq) OX_EXCLUDES(lock_);
+  void mark_una_updated() OX_EXCLUDES(lock_);
+  void log_input(unsigned short seq, unsigned char flag) const;
+  DataView join_staged(DataView& last);
+  void store(Packet& p) OX_REQUIRES(lock_);
+  bool take_next(Packet& p) OX_EXCLUDES(lock_);
+  void unlist(unsigned short seq) OX_EXCLUDES(lock_);
+  bool take_buffered(unsigned short seq, Packet& p) OX_REQUIRES(lock_);
+  PacketMap::iterator find_buffered(unsigned short seq) OX_REQUIRES(lock_);
+
+  PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
+  oxutils::Function output_callback_;
+  unsigned short last_seq = 0;  // written under lock_ by the feeding thread, which reads it freely
+  mutable oxutils::mutex lock_;
+  bool una_updated OX_GUARDED_BY(lock_) = false;
+  std::list<unsigned short> ack_list OX_GUARDED_BY(lock_);  // in order of arrival
+  bool started = false;       // number 0 has arrived; written like last_seq
+  std::list<Packet> staging;  // feeding thread only: delivered fragments of an unfinished message
+  // The buffer holds a number that was not within half the ring after last_seq when it came, so
+  // that the map's order cannot be relied on to find things.
+  bool scattered_ OX_GUARDED_BY(lock_) = false;
+};
+
+#endif  // TARN_SRC_RECV_WINDOW_H_

@@ -1,0 +1,151 @@
+#include "src/send_window.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "src/tarn_config.h"
+#include "src/tarn_log.h"
+#include "src/tarn_session.h"
+#include "src/tarn_thread.h"
+#include "src/tarn_timer.h"
+
+namespace {
+
+constexpr unsigned int kDrainStepMs = 100;
+// The first few re-sends are logged, then every hundredth.
+constexpr unsigned int kAlwaysLogged = 5;
+constexpr unsigned int kLoggedEvery = 100;
+
+}  // namespace
+
+SendWindow::SendWindow() {
+  timer_id_ = TarnThread::instance()->run_every(kResendPeriodMs,
+                                                oxutils::Function(this, &SendWindow::resend));
+}
+
+SendWindow::~SendWindow() = default;
+
+void SendWindow::set_resend_callback(oxutils::Function f) {
+  TARN_LOG_INFO("%p func: %p", static_cast<void*>(this), f.get());
+  const oxutils::scoped_lock hold(lock_);
+  resend_callback_ = std::move(f);
+}
+
+void SendWindow::set_owner(const oxutils::weak_ptr<TarnSession>& owner) {
+  const oxutils::scoped_lock hold(lock_);
+  owner_ = owner;
+}
+
+bool SendWindow::write(unsigned short seq, DataView& data) { return write(seq, DataView(data)); }
+
+bool SendWindow::write(unsigned short seq, DataView&& data) {
+  const oxutils::scoped_lock hold(lock_);
+  if (count_ >= TarnConfig::instance()->send_window_size) return false;
+  data.deep_copy();
+  buckets[current].emplace(seq, Packet{seq, std::move(data), 1});
+  // Counted even where the bucket holds this number already and keeps the old packet.
+  ++count_;
+  return true;
+}
+
+void SendWindow::ack(unsigned short seq) {
+  const oxutils::scoped_lock hold(lock_);
+  for (PacketMap& bucket : buckets) {
+    const auto found = find_exact(bucket, seq);
+    if (found == bucket.end()) continue;
+    bucket.erase(found);
+    --count_;
+    return;
+  }
+}
+
+void SendWindow::una(unsigned short una) {
+  size_t before[kBucketCount];
+  size_t after[kBucketCount];
+  {
+    const oxutils::scoped_lock hold(lock_);
+    for (unsigned int i = 0; i < kBucketCount; ++i) {
+      PacketMap& bucket = buckets[i];
+      before[i] = bucket.size();
+      auto end = bucket.begin();
+      while (end != bucket.end() && !SeqLatter()(una, end->first)) ++end;
+      bucket.erase(bucket.begin(), end);
+      after[i] = bucket.size();
+      count_ -= static_cast<unsigned int>(before[i] - after[i]);
+    }
+  }
+  for (unsigned int i = 0; i < kBucketCount; ++i) {
+    TARN_LOG_VERBOSE("send window got una %u,bucket count %lu -> %lu", una, before[i], after[i]);
+  }
+}
+
+unsigned short SendWindow::count() const {
+  const oxutils::scoped_lock hold(lock_);
+  return static_cast<unsigned short>(count_);
+}
+
+void SendWindow::stop() {
+  if (timer_id_ != 0) TarnThread::instance()->cancel_timer(timer_id_);
+}
+
+void SendWindow::stop(unsigned int wait_ms) {
+  const unsigned int end = TarnTimerQueue::cur_tick() + wait_ms;
+  // Unsigned: across the wrap of the tick the wait is cut short.
+  while (wait_ms != 0 && count() != 0 && TarnTimerQueue::cur_tick() < end) {
+    usleep(std::min(wait_ms, kDrainStepMs) * 1000);
+  }
+  stop();
+  TARN_LOG_INFO("tarn stopped, legacy packet num %u tick end %u wait ms %u", count(), end, wait_ms);
+}
+
+void SendWindow::resend() {
+  Pass pass;
+  if (!begin_pass(pass)) return;
+  for (const unsigned short seq : pass.seqs) resend_packet(pass, seq);
+}
+
+// False when there is nothing to send. The rotation moves on at once, so that what is written while
+// the pass is under way gets its full time before its first re-send.
+bool SendWindow::begin_pass(Pass& pass) {
+  const oxutils::scoped_lock hold(lock_);
+  if (!resend_callback_) return false;
+  pass.bucket = (current + kBucketCount - 1) % kBucketCount;
+  current = (current + 1) % kBucketCount;
+  const PacketMap& bucket = buckets[pass.bucket];
+  if (bucket.empty()) return false;
+  pass.seqs.reserve(bucket.size());
+  for (const auto& each : bucket) pass.seqs.push_back(each.first);
+  pass.emit = resend_callback_;
+  pass.owner = owner_.lock();
+  return true;
+}
+
+// The packet may have been acknowledged since the pass began, from inside an earlier emission too.
+void SendWindow::resend_packet(const Pass& pass, unsigned short seq) {
+  DataView packet;
+  if (!find_packet(pass.bucket, seq, packet)) return;
+  bool keep = true;
+  pass.emit(seq, std::move(packet), &keep);
+  ++resend_logs_;
+  if (resend_logs_ < kAlwaysLogged || resend_logs_ % kLoggedEvery == 0) log_resend(pass, seq);
+}
+
+bool SendWindow::find_packet(unsigned int bucket, unsigned short seq, DataView& packet) const {
+  const oxutils::scoped_lock hold(lock_);
+  const auto found = find_exact(buckets[bucket], seq);
+  if (found == buckets[bucket].end()) return false;
+  packet = found->second.data;
+  return true;
+}
+
+void SendWindow::log_resend(const Pass& pass, unsigned short seq) {
+  size_t size = 0;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    size = buckets[pass.bucket].size();
+  }
+  TARN_LOG_INFO("%p resend data size: %lu seq: %u func: %p", static_cast<void*>(this), size, seq,
+                pass.emit.get());
+}

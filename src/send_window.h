@@ -1,0 +1,86 @@
+// SendWindow: the reliable segments that the peer has not acknowledged yet.
+#ifndef TARN_SRC_SEND_WINDOW_H_
+#define TARN_SRC_SEND_WINDOW_H_
+
+#include <vector>
+
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
+#include "oxutils/smart_ptr/weak_ptr.h"
+#include "src/packet.h"
+
+class TarnSession;
+
+// Keeps packets in four buckets and re-sends one bucket every 30 ms, in rotation, until they are
+// acknowledged: each packet first 30 to 60 ms after it was written, then every 120 ms, with no
+// back-off and no limit. Part of a session; any thread may call in, the timer runs on the worker.
+// lock_ guards everything that changes and is never held while the window calls out.
+class SendWindow {
+ public:
+  // Starts the re-send timer. Requires: the worker has been started.
+  SendWindow();
+  // The owner calls stop() first; the timer may be in its last run until the worker has seen that.
+  ~SendWindow();
+  SendWindow(const SendWindow&) = delete;
+  SendWindow& operator=(const SendWindow&) = delete;
+
+  // `f` takes (unsigned short seq, DataView packet, bool* keep) and emits the packet.
+  void set_resend_callback(oxutils::Function f) OX_EXCLUDES(lock_);
+
+  // The session around this window: a re-send pass keeps it alive until the pass is over, even if
+  // the application destroys it meanwhile.
+  void set_owner(const oxutils::weak_ptr<TarnSession>& owner) OX_EXCLUDES(lock_);
+
+  // Keeps a packet under `seq`, with bytes of its own. False when send_window_size packets are
+  // waiting: nothing is kept then.
+  bool write(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
+  // The same for a view that the caller gives away, kept or not.
+  bool write(unsigned short seq, DataView&& data) OX_EXCLUDES(lock_);
+
+  // The peer has `seq`. An unknown number changes nothing.
+  void ack(unsigned short seq) OX_EXCLUDES(lock_);
+  // The peer has everything up to and including `una`.
+  void una(unsigned short una) OX_EXCLUDES(lock_);
+
+  // Packets kept.
+  unsigned short count() const OX_EXCLUDES(lock_);
+
+  // Cancels the timer.
+  void stop();
+  // Waits on the calling thread, in steps of at most 100 ms, until the window is empty or `wait_ms`
+  // milliseconds are over; then cancels the timer. Not on the worker, whose re-sends would stall.
+  void stop(unsigned int wait_ms);
+
+  // Worker only: re-sends the bucket whose turn it is.
+  void resend() OX_EXCLUDES(lock_);
+
+ private:
+  static constexpr unsigned int kBucketCount = 4;
+  static constexpr int kResendPeriodMs = 30;
+
+  // One turn of the rotation, as taken at its start.
+  struct Pass {
+    unsigned int bucket = 0;
+    std::vector<unsigned short> seqs;
+    oxutils::Function emit;
+    oxutils::shared_ptr<TarnSession> owner;
+  };
+
+  bool begin_pass(Pass& pass) OX_EXCLUDES(lock_);
+  void resend_packet(const Pass& pass, unsigned short seq) OX_EXCLUDES(lock_);
+  bool find_packet(unsigned int bucket, unsigned short seq, DataView& packet) const
+      OX_EXCLUDES(lock_);
+  void log_resend(const Pass& pass, unsigned short seq) OX_EXCLUDES(lock_);
+
+  mutable oxutils::mutex lock_;
+  mutable PacketMap buckets[kBucketCount] OX_GUARDED_BY(lock_);
+  unsigned int current OX_GUARDED_BY(lock_) = 0;  // bucket that receives new packets
+  unsigned int count_ OX_GUARDED_BY(lock_) = 0;
+  oxutils::relaxed<int> timer_id_{0};
+  oxutils::Function resend_callback_ OX_GUARDED_BY(lock_);
+  oxutils::weak_ptr<TarnSession> owner_ OX_GUARDED_BY(lock_);
+  unsigned int resend_logs_ = 0;  // worker only; thins out the log
+};
+
+#endif  // TARN_SRC_SEND_WINDOW_H_

@@ -1,0 +1,196 @@
+#include "src/tarn_session.h"
+
+#include <limits.h>
+#include <string.h>
+
+#include <utility>
+
+#include "src/datagram_buffer.h"
+#include "src/tarn_config.h"
+#include "src/tarn_log.h"
+#include "src/tarn_thread.h"
+#include "src/tarn_timer.h"
+#include "src/wire_format.h"
+
+TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
+  const oxutils::Function resend_function(this, &TarnSession::resend);
+  send_window_.set_resend_callback(resend_function);
+  recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::recv_reliable));
+  TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
+                static_cast<void*>(this), get_conv(), resend_function.get(),
+                static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
+}
+
+TarnSession::~TarnSession() {
+  TARN_LOG_DEBUG("tarn %p conv: %u destroyed", static_cast<void*>(this), get_conv());
+}
+
+void TarnSession::start() {
+  TARN_LOG_INFO("tarn session start %p", static_cast<void*>(this));
+  active();
+  send_window_.set_owner(weak_this_);
+  const unsigned int period = TarnConfig::instance()->rtx_timeout;
+  cycle_timer_ = TarnThread::instance()->run_every(static_cast<int>(period),
+                                                   oxutils::Function(this, &TarnSession::cycle));
+}
+
+void TarnSession::stop() {
+  mark_stopped();
+  TARN_LOG_INFO("tarn %p stop", static_cast<void*>(this));
+  cancel_cycle();
+  send_window_.stop();
+  if (!got_bye_) bye();
+}
+
+void TarnSession::stop(unsigned int delay_ms) {
+  TARN_LOG_INFO("tarn %p stop with delay %lu", static_cast<void*>(this),
+                static_cast<unsigned long>(delay_ms));
+  // Not stopped yet: input, feedback and re-sends go on, which is what empties the window.
+  send_window_.stop(delay_ms);
+  mark_stopped();
+  cancel_cycle();
+  if (!got_bye_) bye();
+}
+
+void TarnSession::mark_stopped() {
+  const oxutils::scoped_lock hold(state_mutex_);
+  stopped_ = true;
+}
+
+void TarnSession::cancel_cycle() {
+  if (cycle_timer_ != 0) TarnThread::instance()->cancel_timer(cycle_timer_);
+}
+
+bool TarnSession::is_stopped() const {
+  if (!TarnConfig::instance()->thread_safe) return stopped_;
+  const oxutils::scoped_lock hold(state_mutex_);
+  return stopped_;
+}
+
+void TarnSession::active() {
+  const unsigned int now = TarnTimerQueue::cur_tick();
+  const oxutils::scoped_lock hold(state_mutex_);
+  last_active_ = now;
+}
+
+void TarnSession::cycle() {
+  // A callback may destroy the session, here and now.
+  const oxutils::shared_ptr<TarnSession> hold = weak_this_.lock();
+  cycle_feedback();
+  cycle_check_active();
+}
+
+void TarnSession::error(TarnError code) {
+  if (is_stopped()) return;
+  const auto callback = error_cb_.get();
+  if (callback.function != nullptr) callback.function(code, callback.user);
+}
+
+void TarnSession::set_output_callback(DataCallback callback, void* user) {
+  output_cb_.set(callback, user);
+}
+
+void TarnSession::set_recv_reliable_callback(DataCallback callback, void* user) {
+  recv_reliable_cb_.set(callback, user);
+}
+
+void TarnSession::set_recv_unreliable_callback(DataCallback callback, void* user) {
+  recv_unreliable_cb_.set(callback, user);
+}
+
+void TarnSession::set_error_callback(ErrorCallback callback, void* user) {
+  error_cb_.set(callback, user);
+}
+
+void TarnSession::input(DataView packet) {
+  if (is_stopped()) return;
+  active();
+  char magic = 0;
+  unsigned char version = 0;
+  if (!parse_head(packet, magic, version)) return;
+  while (packet.size() >= wire::kSegHeadSize) {
+    Segment seg;
+    if (!parse_segment(packet, seg)) break;
+    TARN_LOG_DEBUG("%p recv packet type: %u", static_cast<void*>(this), seg.type);
+    dispatch(seg);
+  }
+  if (packet.size() > 0) TARN_LOG_WARN("redundant len %lu", packet.size());
+}
+
+// A handler logs what is wrong with its segment; the others of the datagram are handled all the
+// same.
+void TarnSession::dispatch(Segment& seg) {
+  switch (seg.type) {
+    case wire::kReliable:
+      got_reliable(seg.data, seg.flag);
+      break;
+    case wire::kUnreliable:
+      got_unreliable(seg.data);
+      break;
+    case wire::kAck:
+      got_ack(seg.data);
+      break;
+    case wire::kUna:
+      got_una(seg.data);
+      break;
+    case wire::kBye:
+      got_bye();
+      break;
+    case wire::kHeartbeat:
+      got_heartbeat();
+      break;
+    case wire::kConv:
+      got_conv(seg.data);
+      break;
+    default:
+      TARN_LOG_WARN("unkown seg type %u", seg.type);
+      break;
+  }
+}
+
+TarnSession::Bytes TarnSession::bytes_of(DataView& view) {
+  const size_t size = view.size();
+  return size > 0 ? Bytes{view.data(), size} : Bytes{nullptr, 0};
+}
+
+void TarnSession::output(DataView payload, bool no_feedback) {
+  emit(bytes_of(payload), Bytes{nullptr, 0}, no_feedback);
+}
+
+void TarnSession::emit(Bytes head, Bytes body, bool no_feedback) {
+  const auto payload = static_cast<int64_t>(head.size + body.size);
+  Feedback feedback;
+  // Signed: with a tiny segment size nothing rides along. What is gathered here is lost if the
+  // datagram then cannot leave.
+  if (!no_feedback && payload < mss_ - 2) {
+    feedback = gather_feedback(static_cast<unsigned long>(mss_ - payload));
+  }
+  const auto callback = output_cb_.get();
+  if (callback.function == nullptr) {
+    TARN_LOG_WARN("tarn %p has no output callback", static_cast<void*>(this));
+    return;
+  }
+  if (is_stopped()) return;
+
+  const unsigned int conv = conv_;
+  const size_t size = wire::kHeaderSize + (conv != 0 ? wire::kConvSegSize : 0) +
+                      feedback.una_size() + feedback.ack_size() + head.size + body.size;
+  if (size > INT_MAX) {
+    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this), size);
+    return;
+  }
+  DatagramBuffer datagram(size);
+  char* at = datagram.data();
+  wire::put_header(at);
+  at += wire::kHeaderSize;
+  if (conv != 0) {
+    wire::put_conv_segment(at, conv);
+    at += wire::kConvSegSize;
+  }
+  at = feedback.put_acks(feedback.put_una(at));
+  if (head.size > 0) memcpy(at, head.data, head.size);
+  if (body.size > 0) memcpy(at + head.size, body.data, body.size);
+
+  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this), size);
+  callback.function(datagram.data(), static_cast<int>(size), callback.user);
+}

@@ -1,0 +1,160 @@
+// TarnSession: one conversation between two endpoints.
+#ifndef TARN_SRC_TARN_SESSION_H_
+#define TARN_SRC_TARN_SESSION_H_
+
+#include <stdint.h>
+
+#include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
+#include "oxutils/smart_ptr/enable_shared_from_this.h"
+#include "oxutils/smart_ptr/shared_ptr.h"
+#include "src/callback_slot.h"
+#include "src/data_view.h"
+#include "src/feedback.h"
+#include "src/recv_window.h"
+#include "src/send_window.h"
+#include "tarn/tarn.h"
+
+// Turns messages into datagrams and datagrams into messages. Owned by the registry's shared_ptr and
+// by the references that calls in flight hold; the final release usually runs on the worker.
+//
+// Threads: applications call anything on any thread; cycle() and resend() run on the worker.
+// input() is fed by one thread at a time. Application callbacks run on whichever of these threads
+// causes them, with no lock held. Whoever calls out keeps the session alive meanwhile: the exported
+// calls by the registry's reference, cycle() and the send window's pass by one of their own.
+//
+// Locks: state_mutex_ guards the stopped flag and the last activity, seq_mutex_ the numbering; the
+// windows have their own. Callbacks, conversation id and the other flags are read and written
+// without a lock.
+class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
+ public:
+  using DataCallback = TarnDataCallback;
+  using ErrorCallback = TarnErrorCallback;
+
+  // One parsed segment; `data` is its body, a slice of the datagram.
+  struct Segment {
+    unsigned char type = 0;
+    unsigned char flag = 0;
+    DataView data;
+  };
+
+  // Requires: the worker has been started, since the send window's timer runs on it.
+  TarnSession();
+  ~TarnSession();
+  TarnSession(const TarnSession&) = delete;
+  TarnSession& operator=(const TarnSession&) = delete;
+
+  // --- Life (tarn_session.cpp) ---
+
+  // Starts the periodic cycle. Called once, when a shared_ptr owns the session.
+  void start();
+  // Marks the session stopped, then cancels its timers. From then on traffic calls do nothing.
+  void stop();
+  // First lets unacknowledged packets drain for at most `delay_ms` ms on the calling thread.
+  void stop(unsigned int delay_ms);
+  // Worker only, every rtx_timeout ms.
+  void cycle();
+  // Records activity.
+  void active();
+  // Tells the application, unless the session is stopped.
+  void error(TarnError code);
+
+  // Null removes a callback.
+  void set_output_callback(DataCallback callback, void* user);
+  void set_recv_reliable_callback(DataCallback callback, void* user);
+  void set_recv_unreliable_callback(DataCallback callback, void* user);
+  void set_error_callback(ErrorCallback callback, void* user);
+  // 0 means none.
+  void set_conv(unsigned int conv) { conv_ = conv; }
+  unsigned int get_conv() const { return conv_; }
+
+  // One received datagram.
+  void input(DataView packet);
+  // Frames `payload`, which is segments, and emits it; acknowledgements ride along where they fit,
+  // unless `no_feedback`.
+  void output(DataView payload, bool no_feedback);
+
+  // --- Format (tarn_session_wire.cpp) ---
+
+  // Take the header, or one segment, from the front of `view`. False, and logged, if it is none.
+  static bool parse_head(DataView& view, char& magic, unsigned char& version);
+  static bool parse_segment(DataView& view, Segment& seg);
+  // Write the 3 bytes of a segment head at the front of the view or buffer, which must hold them.
+  static void make_seg_head(DataView& data_view, unsigned char type, unsigned char flag,
+                            unsigned long length);
+  static void make_seg_head_nocp(char* buf, int len, unsigned char type, unsigned char flag,
+                                 unsigned long length);
+  // What tarn_check_packet and tarn_read_packet_conv answer.
+  static int check_packet(char* data, int len);
+  static unsigned int read_conv(char* data, int len);
+  // A conv segment, or nothing while the id is 0.
+  void make_conv(DataView& conv_seg) const;
+  bool got_conv(DataView& body);
+
+  // --- Reliable channel (tarn_session_reliable.cpp) ---
+
+  // Sends `data`, consuming it, as one segment with `flag` or, if it is too long, as fragments.
+  void send_reliable(DataView& data, unsigned char flag);
+  // Worker only: emits a stored packet again. `*keep` becomes false when the session is stopped.
+  void resend(unsigned short seq, DataView packet, bool* keep);
+  bool got_reliable(DataView& segment, unsigned char flag);
+  void recv_reliable(DataView message);
+
+  // --- Unreliable channel (tarn_session_unreliable.cpp) ---
+
+  void send_unreliable(DataView& data);
+  // `buf` holds 12 bytes for the prefix, then `len` bytes. Requires: len >= 6.
+  void send_unreliable(char* buf, int len);
+  bool got_unreliable(DataView& body);
+  void recv_unreliable(DataView data);
+
+  // --- Feedback, activity and bye (tarn_session_feedback.cpp) ---
+
+  // Fill either view with a whole segment, or leave it as it is.
+  void make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget);
+  void make_heartbeat(DataView& heartbeat_seg);
+  // Worker only: the two halves of cycle().
+  void cycle_feedback();
+  void cycle_check_active();
+  bool got_ack(DataView& body);
+  bool got_una(DataView& body);
+  void got_bye();
+  void got_heartbeat();
+  void bye();
+
+ private:
+  struct Bytes {
+    const char* data;
+    size_t size;
+  };
+  static Bytes bytes_of(DataView& view);
+
+  bool is_stopped() const;
+  void mark_stopped();
+  void cancel_cycle();
+  void dispatch(Segment& seg);
+  // The one place where datagrams are built: header, conv, feedback, then the two pieces.
+  void emit(Bytes head, Bytes body, bool no_feedback);
+  Feedback gather_feedback(unsigned long budget);
+  unsigned short take_seqs(unsigned long count);
+  void send_fragments(DataView& data, unsigned long max_size);
+  void send_segment(unsigned short seq, DataView& payload, unsigned char flag);
+
+  unsigned short send_seq_ OX_GUARDED_BY(seq_mutex_) = 0;  // number of the next reliable segment
+  CallbackSlot<DataCallback> output_cb_;
+  CallbackSlot<DataCallback> recv_reliable_cb_;
+  CallbackSlot<DataCallback> recv_unreliable_cb_;
+  CallbackSlot<ErrorCallback> error_cb_;
+  SendWindow send_window_;
+  RecvWindow recv_window_;
+  oxutils::relaxed<int> cycle_timer_{0};                      // 0: none
+  unsigned int last_active_ OX_GUARDED_BY(state_mutex_) = 0;  // tick
+  oxutils::relaxed<bool> got_bye_{false};
+  oxutils::relaxed<bool> stopped_{false};  // written under state_mutex_, never goes back
+  mutable oxutils::mutex state_mutex_;
+  oxutils::relaxed<unsigned int> conv_{0};
+  oxutils::mutex seq_mutex_;
+  const int64_t mss_;  // largest payload of a reliable segment
+};
+
+#endif  // TARN_SRC_TARN_SESSION_H_

@@ -1,0 +1,126 @@
+// TarnSession: acknowledgements, the check for silence, and bye.
+#include <algorithm>
+
+#include "src/tarn_config.h"
+#include "src/tarn_log.h"
+#include "src/tarn_session.h"
+#include "src/tarn_timer.h"
+#include "src/wire_format.h"
+
+namespace {
+
+// Less than this, and nothing is gathered.
+constexpr unsigned long kMinFeedbackBudget = 6;
+
+// Numbers that fit beside an ack segment's head. The budget is unsigned on purpose: an una that
+// left less than a head of it wraps around to no limit at all but what a segment can hold.
+unsigned long ack_limit(unsigned long budget) {
+  return std::min<unsigned long>((budget - wire::kSegHeadSize) / wire::kSeqSize, wire::kMaxAcks);
+}
+
+}  // namespace
+
+Feedback TarnSession::gather_feedback(unsigned long budget) {
+  Feedback feedback;
+  if (budget < kMinFeedbackBudget) return feedback;
+  feedback.has_una = recv_window_.get_una(feedback.una);
+  if (feedback.has_una) {
+    TARN_LOG_DEBUG("tarn %p feedback una %u", static_cast<void*>(this), feedback.una);
+    budget -= wire::kUnaSegSize;
+  }
+  feedback.has_acks = recv_window_.get_ack(feedback.acks, ack_limit(budget));
+  for (const unsigned short seq : feedback.acks) {
+    TARN_LOG_DEBUG("tarn %p feedback ack %u", static_cast<void*>(this), seq);
+  }
+  return feedback;
+}
+
+void TarnSession::make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget) {
+  const Feedback feedback = gather_feedback(budget);
+  if (feedback.has_una) {
+    una_seg = DataView(feedback.una_size());
+    feedback.put_una(una_seg.data());
+  }
+  if (feedback.has_acks) {
+    ack_seg = DataView(feedback.ack_size());
+    feedback.put_acks(ack_seg.data());
+  }
+}
+
+void TarnSession::cycle_feedback() {
+  {
+    const oxutils::scoped_lock hold(state_mutex_);
+    if (stopped_) return;
+  }
+  DataView ack_seg;
+  DataView una_seg;
+  make_feedback(ack_seg, una_seg, static_cast<unsigned long>(mss_));
+  const Bytes acks = bytes_of(ack_seg);
+  const Bytes una = bytes_of(una_seg);
+  if (acks.size + una.size > 0) emit(acks, una, true);
+}
+
+void TarnSession::cycle_check_active() {
+  unsigned int last = 0;
+  {
+    const oxutils::scoped_lock hold(state_mutex_);
+    last = last_active_;
+  }
+  const unsigned int now = TarnTimerQueue::cur_tick();
+  const unsigned int diff = now - last;  // unsigned: the wrap of the tick does no harm
+  if (diff <= TarnConfig::instance()->active_timeout) return;
+  TARN_LOG_WARN("%p active check FAIL now %lu,last %lu diff %lu", static_cast<void*>(this),
+                static_cast<unsigned long>(now), static_cast<unsigned long>(last),
+                static_cast<unsigned long>(diff));
+  error(TARN_ERROR_INACTIVE);
+}
+
+bool TarnSession::got_ack(DataView& body) {
+  const unsigned long size = body.size();
+  if (size == 0 || size % wire::kSeqSize != 0) {
+    TARN_LOG_ERROR("%p error ack size %lu", static_cast<void*>(this), size);
+    return false;
+  }
+  while (body.size() > 0) {
+    const unsigned short seq = body.read_uint16();
+    send_window_.ack(seq);
+    TARN_LOG_DEBUG("tarn %p got ack %u,send window size %lu", static_cast<void*>(this), seq,
+                   static_cast<unsigned long>(send_window_.count()));
+  }
+  return true;
+}
+
+bool TarnSession::got_una(DataView& body) {
+  if (body.size() != wire::kSeqSize) {
+    TARN_LOG_ERROR("error una size %lu", body.size());
+    return false;
+  }
+  const unsigned short una = body.read_uint16();
+  send_window_.una(una);
+  TARN_LOG_DEBUG("tarn %p got una %u send window size %lu", static_cast<void*>(this), una,
+                 static_cast<unsigned long>(send_window_.count()));
+  return true;
+}
+
+void TarnSession::got_bye() {
+  TARN_LOG_INFO("tarn %p got bye", static_cast<void*>(this));
+  got_bye_ = true;
+  error(TARN_ERROR_BYE);
+}
+
+void TarnSession::got_heartbeat() {
+  TARN_LOG_INFO("tarn %p got heartbeat", static_cast<void*>(this));
+}
+
+// No heartbeat goes over the wire: any datagram shows that the peer is there.
+void TarnSession::make_heartbeat(DataView&) {}
+
+// Both stops mark the session stopped before they come here, so the segment never leaves: peers
+// notice the end by their own check for silence.
+void TarnSession::bye() {
+  TARN_LOG_INFO("tarn %p send bye", static_cast<void*>(this));
+  if (is_stopped()) return;
+  char head[wire::kSegHeadSize];
+  wire::put_seg_head(head, wire::kBye, wire::kNoFlag, 0);
+  emit(Bytes{head, sizeof head}, Bytes{nullptr, 0}, false);
+}

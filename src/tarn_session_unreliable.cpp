@@ -1,0 +1,63 @@
+// TarnSession: the unreliable channel.
+#include <limits.h>
+
+#include <utility>
+
+#include "src/tarn_log.h"
+#include "src/tarn_session.h"
+#include "src/wire_format.h"
+
+void TarnSession::send_unreliable(DataView& data) {
+  if (is_stopped()) return;
+  const Bytes body = bytes_of(data);
+  char head[wire::kSegHeadSize];
+  wire::put_seg_head(head, wire::kUnreliable, wire::kNoFlag, body.size);
+  emit(Bytes{head, sizeof head}, body, false);
+  active();
+}
+
+void TarnSession::send_unreliable(char* buf, int len) {
+  if (is_stopped()) return;
+  wire::put_header(buf);
+  // The room that is left of the caller's data for this head; it limits len to 6 and more.
+  make_seg_head_nocp(buf + wire::kNocpConvOffset, len - 3, wire::kConv, wire::kNoFlag,
+                     wire::kConvBodySize);
+  wire::put_uint32(buf + wire::kNocpConvOffset + wire::kSegHeadSize, conv_);
+  make_seg_head_nocp(buf + wire::kNocpDataHeadOffset, len, wire::kUnreliable, wire::kNoFlag,
+                     static_cast<unsigned long>(len));
+  const auto callback = output_cb_.get();
+  if (callback.function == nullptr) {
+    TARN_LOG_WARN("tarn %p has no output callback", static_cast<void*>(this));
+    return;
+  }
+  const size_t size = static_cast<size_t>(len) + wire::kNocpPrefixSize;
+  if (size > INT_MAX) {
+    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this), size);
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this), size);
+  callback.function(buf, static_cast<int>(size), callback.user);
+}
+
+bool TarnSession::got_unreliable(DataView& body) {
+  const unsigned long size = body.size();
+  TARN_LOG_VERBOSE("tarn %p got unreliable len %lu", static_cast<void*>(this), size);
+  if (size == 0) {
+    TARN_LOG_ERROR("%p error unreliable size %lu", static_cast<void*>(this), size);
+    return false;
+  }
+  recv_unreliable(body);
+  return true;
+}
+
+void TarnSession::recv_unreliable(DataView data) {
+  if (is_stopped()) return;
+  const auto callback = recv_unreliable_cb_.get();
+  if (callback.function == nullptr) {
+    TARN_LOG_WARN("tarn %p has no unreliable callback", static_cast<void*>(this));
+    return;
+  }
+  const unsigned long size = data.size();
+  TARN_LOG_VERBOSE("tarn %p recv unreliable len %lu", static_cast<void*>(this), size);
+  callback.function(data.data(), static_cast<int>(size), callback.user);
+}
