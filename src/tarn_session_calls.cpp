@@ -1,0 +1,192 @@
+// The exported calls on sessions and datagrams: look the handle up, log and return if it is bad,
+// call one method.
+#include <utility>
+
+#include "src/data_view.h"
+#include "src/tarn_log.h"
+#include "src/tarn_registry.h"
+#include "src/tarn_session.h"
+#include "src/tarn_thread.h"
+#include "src/wire_format.h"
+#include "tarn/tarn.h"
+
+namespace {
+
+using SessionPtr = oxutils::shared_ptr<TarnSession>;
+
+constexpr int kFailed = -1;
+
+unsigned long size_of(int len) { return len > 0 ? static_cast<unsigned long>(len) : 0; }
+
+// A null pointer is as good as any with no bytes to read.
+bool is_readable(const char* call, const char* data, int len) {
+  if (data != nullptr || len <= 0) return true;
+  TARN_LOG_ERROR("%s fail,null data len %d", call, len);
+  return false;
+}
+
+void log_kcp() { TARN_LOG_ERROR("kcp not surported"); }
+
+// Bound with a counted reference: until the deletion has run no other session can have the same
+// address.
+void del_session(SessionPtr session) { tarn_del_instance(session.get()); }
+
+}  // namespace
+
+void tarn_del_instance(void* handle) {
+  tarn_set_output_callback(handle, nullptr, nullptr);
+  tarn_set_recv_reliable_callback(handle, nullptr, nullptr);
+  tarn_set_recv_unreliable_callback(handle, nullptr, nullptr);
+  tarn_set_error_callback(handle, nullptr, nullptr);
+  tarn_set_recv_kcp_callback(handle, nullptr, nullptr);
+  TARN_LOG_INFO("tarn %p del", handle);
+  TarnRegistry::instance().remove(handle);
+}
+
+void tarn_destroy_later(void* handle) {
+  SessionPtr session = tarn_get_instance(handle);
+  if (!session) return;
+  TarnThread::instance()->run(oxutils::Function(&del_session, std::move(session)));
+}
+
+void* tarn_create(void) {
+  const SessionPtr session = tarn_add_instance();
+  if (!session) {
+    TARN_LOG_WARN("tarn create failed");
+    return nullptr;
+  }
+  session->start();
+  return session.get();
+}
+
+int tarn_destroy(void* handle) { return tarn_wait_destroy(handle, 0); }
+
+int tarn_wait_destroy(void* handle, unsigned int wait_ms) {
+  TARN_LOG_INFO("tarn %p destroy, wait time: %d", handle, static_cast<int>(wait_ms));
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_wait_destroy fail,bad tarn %%");
+    return kFailed;
+  }
+  session->stop(wait_ms);
+  tarn_destroy_later(handle);
+  return 0;
+}
+
+void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_set_output_callback fail,bad tarn %%");
+    return;
+  }
+  session->set_output_callback(callback, user);
+}
+
+void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_set_recv_reliable_callback fail,bad tarn %p", handle);
+    return;
+  }
+  session->set_recv_reliable_callback(callback, user);
+}
+
+void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, void* user) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_set_recv_unreliable_callback fail,bad tarn %p", handle);
+    return;
+  }
+  session->set_recv_unreliable_callback(callback, user);
+}
+
+void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* user) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_set_error_callback fail,bad tarn %p", handle);
+    return;
+  }
+  session->set_error_callback(callback, user);
+}
+
+void tarn_set_recv_kcp_callback(void*, TarnDataCallback, void*) { log_kcp(); }
+
+void tarn_set_conv(void* handle, unsigned int conv) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_set_conv fail,bad tarn %%");
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p set conv %ld", handle, static_cast<long>(conv));
+  session->set_conv(conv);
+}
+
+unsigned int tarn_get_conv(void* handle) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_get_conv fail,bad tarn %%");
+    return 0;
+  }
+  return session->get_conv();
+}
+
+void tarn_input(void* handle, char* data, int len) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_input fail,bad tarn %p", handle);
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p input len %d", handle, len);
+  if (!is_readable("tarn_input", data, len)) return;
+  Block block(data, size_of(len));
+  session->input(DataView::lend(block));
+}
+
+void tarn_send_reliable(void* handle, char* data, int len) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_send_reliable fail,bad tarn %p", handle);
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p send reliable len %d", handle, len);
+  if (!is_readable("tarn_send_reliable", data, len)) return;
+  Block block(data, size_of(len));
+  DataView view = DataView::lend(block);
+  session->send_reliable(view, wire::kWhole);
+}
+
+void tarn_send_unreliable(void* handle, char* data, int len) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_send_unreliable fail,bad tarn %p", handle);
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p send unreliable len %d", handle, len);
+  if (!is_readable("tarn_send_unreliable", data, len)) return;
+  Block block(data, size_of(len));
+  DataView view = DataView::lend(block);
+  session->send_unreliable(view);
+}
+
+void tarn_send_unreliable_nocp(void* handle, char* buf, int len) {
+  const SessionPtr session = tarn_get_instance(handle);
+  if (!session) {
+    TARN_LOG_WARN("tarn_send_unreliable fail,bad tarn %p", handle);
+    return;
+  }
+  TARN_LOG_VERBOSE("tarn %p send unreliable len %d", handle, len);
+  if (!is_readable("tarn_send_unreliable_nocp", buf, len)) return;
+  session->send_unreliable(buf, static_cast<int>(size_of(len)));
+}
+
+void tarn_send_kcp(void*, char*, int) { log_kcp(); }
+
+int tarn_check_packet(char* data, int len) {
+  if (!is_readable("tarn_check_packet", data, len)) return kFailed;
+  return TarnSession::check_packet(data, len);
+}
+
+unsigned int tarn_read_packet_conv(char* data, int len) {
+  if (!is_readable("tarn_read_packet_conv", data, len)) return wire::kNoPacket;
+  return TarnSession::read_conv(data, len);
+}
