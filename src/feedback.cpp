@@ -1,5 +1,11 @@
 #include "src/feedback.h"
 
+#include <algorithm>
+
+unsigned long Feedback::max_acks(unsigned long budget) {
+  return std::min<unsigned long>((budget - wire::kSegHeadSize) / wire::kSeqSize, wire::kMaxAcks);
+}
+
 char* Feedback::put_una(char* at) const {
   if (!has_una) return at;
   wire::put_seg_head(at, wire::kUna, wire::kNoFlag, wire::kSeqSize);

@@ -21,6 +21,13 @@ struct Feedback {
     return has_acks ? wire::kSegHeadSize + acks.size() * wire::kSeqSize : 0;
   }
 
+  bool empty() const { return !has_una && !has_acks; }
+
+  // Numbers that fit beside an ack segment's head in `budget` bytes. The budget is unsigned on
+  // purpose: an una that left less of it than a head wraps around, to no limit at all but what a
+  // segment can hold.
+  static unsigned long max_acks(unsigned long budget);
+
   // Write una_size() and ack_size() bytes; return the end of them.
   char* put_una(char* at) const;
   char* put_acks(char* at) const;

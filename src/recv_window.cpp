@@ -163,28 +163,57 @@ PacketMap::iterator RecvWindow::find_buffered(unsigned short seq) {
                       [seq](const PacketMap::value_type& each) { return each.first == seq; });
 }
 
-bool RecvWindow::get_una(unsigned short& una) {
-  bool updated = false;
-  {
-    const oxutils::scoped_lock hold(lock_);
-    if (!started) return false;
-    updated = std::exchange(una_updated, false);
-    if (updated) una = last_seq;
-  }
-  if (updated) {
-    TARN_LOG_VERBOSE("got una %u", una);
-  } else {
-    TARN_LOG_VERBOSE("una empty,not update");
-  }
-  return updated;
+bool RecvWindow::take_una(unsigned short& una) {
+  if (!started || !una_updated) return false;
+  una_updated = false;
+  una = last_seq;
+  return true;
 }
 
-bool RecvWindow::get_ack(std::list<unsigned short>& out, unsigned long max) {
-  const oxutils::scoped_lock hold(lock_);
+bool RecvWindow::take_acks(std::list<unsigned short>& out, unsigned long max) {
   if (ack_list.empty()) return false;
   const auto count = static_cast<std::ptrdiff_t>(std::min<unsigned long>(max, ack_list.size()));
   out.splice(out.end(), ack_list, ack_list.begin(), std::next(ack_list.begin(), count));
   return true;
+}
+
+void RecvWindow::log_una(bool taken, unsigned short una) {
+  if (taken) {
+    TARN_LOG_VERBOSE("got una %u", una);
+  } else {
+    TARN_LOG_VERBOSE("una empty,not update");
+  }
+}
+
+Feedback RecvWindow::take_feedback(unsigned long budget) {
+  Feedback feedback;
+  bool was_started = false;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    was_started = started;
+    feedback.has_una = take_una(feedback.una);
+    if (feedback.has_una) budget -= wire::kUnaSegSize;
+    feedback.has_acks = take_acks(feedback.acks, Feedback::max_acks(budget));
+  }
+  if (was_started) log_una(feedback.has_una, feedback.una);
+  return feedback;
+}
+
+bool RecvWindow::get_una(unsigned short& una) {
+  bool was_started = false;
+  bool taken = false;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    was_started = started;
+    taken = take_una(una);
+  }
+  if (was_started) log_una(taken, una);
+  return taken;
+}
+
+bool RecvWindow::get_ack(std::list<unsigned short>& out, unsigned long max) {
+  const oxutils::scoped_lock hold(lock_);
+  return take_acks(out, max);
 }
 
 bool RecvWindow::get_ack(std::list<unsigned short>& out) {

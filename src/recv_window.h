@@ -6,6 +6,7 @@
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
+#include "src/feedback.h"
 #include "src/packet.h"
 
 // Takes segments in any order, delivers them strictly in order of their numbers, joins fragments,
@@ -36,6 +37,9 @@ class RecvWindow {
   // Delivers what the buffer holds of the run after the last number in order.
   void try_release_buffer() OX_EXCLUDES(lock_);
 
+  // Everything to report that fits into `budget` bytes, in one go: get_una, then get_ack.
+  Feedback take_feedback(unsigned long budget) OX_EXCLUDES(lock_);
+
   // The last number delivered in order, if that has not been reported since it changed or since a
   // segment was repeated.
   bool get_una(unsigned short& una) OX_EXCLUDES(lock_);
@@ -52,6 +56,9 @@ class RecvWindow {
   void mark_una_updated() OX_EXCLUDES(lock_);
   void log_input(unsigned short seq, unsigned char flag) const;
   DataView join_staged(DataView& last);
+  bool take_una(unsigned short& una) OX_REQUIRES(lock_);
+  bool take_acks(std::list<unsigned short>& out, unsigned long max) OX_REQUIRES(lock_);
+  static void log_una(bool taken, unsigned short una);
   void store(Packet& p) OX_REQUIRES(lock_);
   bool take_next(Packet& p) OX_EXCLUDES(lock_);
   void unlist(unsigned short seq) OX_EXCLUDES(lock_);

@@ -1,6 +1,4 @@
 // TarnSession: acknowledgements, the check for silence, and bye.
-#include <algorithm>
-
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/tarn_session.h"
@@ -12,23 +10,14 @@ namespace {
 // Less than this, and nothing is gathered.
 constexpr unsigned long kMinFeedbackBudget = 6;
 
-// Numbers that fit beside an ack segment's head. The budget is unsigned on purpose: an una that
-// left less than a head of it wraps around to no limit at all but what a segment can hold.
-unsigned long ack_limit(unsigned long budget) {
-  return std::min<unsigned long>((budget - wire::kSegHeadSize) / wire::kSeqSize, wire::kMaxAcks);
-}
-
 }  // namespace
 
 Feedback TarnSession::gather_feedback(unsigned long budget) {
-  Feedback feedback;
-  if (budget < kMinFeedbackBudget) return feedback;
-  feedback.has_una = recv_window_.get_una(feedback.una);
+  if (budget < kMinFeedbackBudget) return Feedback();
+  Feedback feedback = recv_window_.take_feedback(budget);
   if (feedback.has_una) {
     TARN_LOG_DEBUG("tarn %p feedback una %u", static_cast<void*>(this), feedback.una);
-    budget -= wire::kUnaSegSize;
   }
-  feedback.has_acks = recv_window_.get_ack(feedback.acks, ack_limit(budget));
   for (const unsigned short seq : feedback.acks) {
     TARN_LOG_DEBUG("tarn %p feedback ack %u", static_cast<void*>(this), seq);
   }
