@@ -65,17 +65,18 @@ class RecvWindow {
   bool take_buffered(unsigned short seq, Packet& p) OX_REQUIRES(lock_);
   PacketMap::iterator find_buffered(unsigned short seq) OX_REQUIRES(lock_);
 
-  PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
-  oxutils::Function output_callback_;
-  unsigned short last_seq = 0;  // written under lock_ by the feeding thread, which reads it freely
+  // What an idle cycle touches comes first, on as few cache lines as possible.
   mutable oxutils::mutex lock_;
+  unsigned short last_seq = 0;  // written under lock_ by the feeding thread, which reads it freely
+  bool started = false;         // number 0 has arrived; written like last_seq
   bool una_updated OX_GUARDED_BY(lock_) = false;
-  std::list<unsigned short> ack_list OX_GUARDED_BY(lock_);  // in order of arrival
-  bool started = false;       // number 0 has arrived; written like last_seq
-  std::list<Packet> staging;  // feeding thread only: delivered fragments of an unfinished message
   // The buffer holds a number that was not within half the ring after last_seq when it came, so
   // that the map's order cannot be relied on to find things.
   bool scattered_ OX_GUARDED_BY(lock_) = false;
+  std::list<unsigned short> ack_list OX_GUARDED_BY(lock_);  // in order of arrival
+  PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
+  oxutils::Function output_callback_;
+  std::list<Packet> staging;  // feeding thread only: delivered fragments of an unfinished message
 };
 
 #endif  // TARN_SRC_RECV_WINDOW_H_

@@ -113,6 +113,7 @@ bool SendWindow::begin_pass(Pass& pass) {
   if (!resend_callback_) return false;
   pass.bucket = (current + kBucketCount - 1) % kBucketCount;
   current = (current + 1) % kBucketCount;
+  if (count_ == 0) return false;
   const PacketMap& bucket = buckets[pass.bucket];
   if (bucket.empty()) return false;
   pass.seqs.reserve(bucket.size());
