@@ -17,7 +17,7 @@ void Block::resize(unsigned long new_size) {
 }
 
 void Block::deep_copy() {
-  if (!storage.empty()) return;
+  if (owns_bytes()) return;
   storage.assign(data_, data_ + size_);
   data_ = storage.data();
 }
@@ -49,6 +49,11 @@ void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {
   blocks_[size_++] = std::move(block);
 }
 
+void DataView::BlockList::swap(BlockList& other) noexcept {
+  for (unsigned long i = 0; i < kCapacity; ++i) blocks_[i].swap(other.blocks_[i]);
+  std::swap(size_, other.size_);
+}
+
 void DataView::BlockList::clear() {
   while (size_ > 0) blocks_[--size_].reset();
 }
@@ -57,6 +62,18 @@ DataView DataView::lend(Block& block) {
   DataView view;
   view.blocks_.push_back(oxutils::shared_ptr<Block>::lend(block));
   return view;
+}
+
+void DataView::swap(DataView& other) noexcept {
+  blocks_.swap(other.blocks_);
+  std::swap(offset_, other.offset_);
+  std::swap(trim_, other.trim_);
+}
+
+bool DataView::is_exclusive() const {
+  if (blocks_.size() != 1) return false;
+  const oxutils::shared_ptr<Block>& block = blocks_.front();
+  return !block || (block->owns_bytes() && block.use_count() == 1);
 }
 
 unsigned long DataView::total() const {

@@ -2,6 +2,7 @@
 #ifndef TARN_SRC_DATA_VIEW_H_
 #define TARN_SRC_DATA_VIEW_H_
 
+#include <utility>
 #include <vector>
 
 #include "oxutils/assert.h"
@@ -22,6 +23,7 @@ class Block {
 
   char* data() const { return data_; }
   unsigned long size() const { return size_; }
+  bool owns_bytes() const { return !storage.empty(); }
 
   // Shrinks to `new_size` bytes; storage keeps its size.
   void resize(unsigned long new_size);
@@ -39,13 +41,23 @@ oxutils::shared_ptr<Block> create_block(char* data, unsigned long len);
 oxutils::shared_ptr<Block> create_block(unsigned long len);
 oxutils::shared_ptr<Block> create_block(std::vector<char> bytes);
 
-// A cheap, copyable view of one or two blocks: copies share the bytes. Its bytes are those of all
+// A cheap, copyable view of at most two blocks: copies share the bytes. Its bytes are those of all
 // blocks one after another, less offset_ at the front and trim_ at the end. Integers are
 // big-endian. Bytes are copied only by merge, append and deep_copy. One thread at a time; views
 // that share blocks may live on different threads.
 class DataView {
  public:
   DataView() = default;
+  DataView(const DataView&) = default;
+  DataView& operator=(const DataView&) = default;
+  // Leave an empty view behind.
+  DataView(DataView&& other) noexcept { swap(other); }
+  DataView& operator=(DataView&& other) noexcept {
+    DataView(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~DataView() = default;
+
   // Wraps the caller's bytes, which must outlive the view unless deep_copy() is called.
   DataView(char* data, unsigned long len) { blocks_.push_back(create_block(data, len)); }
   // Owns `len` bytes, all zero.
@@ -54,6 +66,12 @@ class DataView {
   // A view of a block that somebody else owns and that outlives every copy of the view, but for
   // those that called deep_copy(). Costs no allocation and no counting.
   static DataView lend(Block& block);
+
+  void swap(DataView& other) noexcept;
+
+  // Whether nobody else can change the bytes while this view's user has them: the block is lent,
+  // or its own and not shared.
+  bool is_exclusive() const;
 
   unsigned long size() const;
   // The first byte, after a merge() if there are two blocks. Requires: at least one block.
@@ -102,6 +120,7 @@ class DataView {
     const oxutils::shared_ptr<Block>* begin() const { return blocks_; }
     const oxutils::shared_ptr<Block>* end() const { return blocks_ + size_; }
     void push_back(oxutils::shared_ptr<Block> block);
+    void swap(BlockList& other) noexcept;
     void clear();
 
    private:

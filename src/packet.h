@@ -18,8 +18,9 @@ using PacketMap = std::map<unsigned short, Packet, SeqLatter>;
 
 // The packet with exactly this number: the map's own notion of equality also accepts the one half
 // the ring away.
-inline PacketMap::iterator find_exact(PacketMap& packets, unsigned short seq) {
-  const PacketMap::iterator found = packets.find(seq);
+template <typename Map>  // PacketMap, const or not
+auto find_exact(Map& packets, unsigned short seq) -> decltype(packets.find(seq)) {
+  const auto found = packets.find(seq);
   return found != packets.end() && found->first == seq ? found : packets.end();
 }
 

@@ -1,6 +1,7 @@
 #include "src/recv_window.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
 #include <utility>
 #include <vector>
@@ -31,21 +32,22 @@ bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
   Packet packet{seq, data, ends_message(flag)};
   if (!started) {
     // The peer's numbering begins at 0; there is no other place to start.
-    if (seq != 0) return write_to_buffer(packet);
+    if (seq != 0) return write_to_buffer(std::move(packet));
     start();
-    return deliver(packet);
+    return deliver(std::move(packet));
   }
-  if (!SeqLatter()(last_seq, seq)) {
-    mark_una_updated();  // a repetition: the peer is told again
-    return true;
+  if (SeqLatter()(last_seq, seq)) {
+    if (seq != next_of(last_seq)) return write_to_buffer(std::move(packet));
+    log_input(seq, flag);
+    // Whoever got the log line may have fed the same segment.
+    if (seq == next_of(last_seq)) return deliver(std::move(packet));
   }
-  if (seq != next_of(last_seq)) return write_to_buffer(packet);
-  log_input(seq, flag);
-  return deliver(packet);
+  mark_una_updated();  // a repetition: the peer is told again
+  return true;
 }
 
-bool RecvWindow::deliver(Packet& p) {
-  output(p);
+bool RecvWindow::deliver(Packet&& p) {
+  output(std::move(p));
   try_release_buffer();
   return true;
 }
@@ -61,17 +63,19 @@ void RecvWindow::mark_una_updated() {
 }
 
 void RecvWindow::advance(unsigned short seq) {
+  {
+    const oxutils::scoped_lock hold(lock_);
+    last_seq = seq;
+    una_updated = true;
+    // Delivered past the buffer while a copy waited there: from inside a callback, or before
+    // number 0 when the whole ring may be waiting. The copy must not surface one wrap later.
+    Packet stale;
+    if (take_buffered(seq, stale)) ack_list.remove(seq);
+  }
   TARN_LOG_VERBOSE("recv window output seq %u", seq);
-  const oxutils::scoped_lock hold(lock_);
-  last_seq = seq;
-  una_updated = true;
-  // Delivered past the buffer while a copy waited there: from inside a callback, or before number
-  // 0 when the whole ring may be waiting. The copy must not surface one wrap later.
-  Packet stale;
-  if (take_buffered(seq, stale)) ack_list.remove(seq);
 }
 
-void RecvWindow::output(Packet& p) {
+void RecvWindow::output(Packet&& p) {
   advance(p.seq);
   if (p.flag == 0) {
     TARN_LOG_VERBOSE("staging seq %u len %d", p.seq, static_cast<int>(p.data.size()));
@@ -79,8 +83,8 @@ void RecvWindow::output(Packet& p) {
     staging.push_back(std::move(p));
     return;
   }
-  // A message in one piece is handed on as it lies in the datagram.
-  DataView message = staging.empty() ? std::move(p.data) : join_staged(p.data);
+  const bool as_it_is = staging.empty() && p.data.is_exclusive();
+  DataView message = as_it_is ? std::move(p.data) : join_staged(p.data);
   if (output_callback_) output_callback_(std::move(message));
 }
 
@@ -101,14 +105,14 @@ DataView RecvWindow::join_staged(DataView& last) {
   return DataView(std::move(bytes));
 }
 
-bool RecvWindow::write_to_buffer(Packet& p) {
+bool RecvWindow::write_to_buffer(Packet&& p) {
   const unsigned int limit = TarnConfig::instance()->recv_window_size;
   size_t size = 0;
   {
     const oxutils::scoped_lock hold(lock_);
     size = recv_buffer_.size();
     if (size < limit) {
-      store(p);
+      store(std::move(p));
       return true;
     }
   }
@@ -117,21 +121,22 @@ bool RecvWindow::write_to_buffer(Packet& p) {
   return false;
 }
 
-void RecvWindow::store(Packet& p) {
-  if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
+void RecvWindow::store(Packet&& p) {
   // Listed again when it is repeated; the packet stored first stays.
   if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(p.seq);
+  if (find_buffered(p.seq) != recv_buffer_.end()) return;
+  if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
   const auto inserted = recv_buffer_.try_emplace(p.seq);
-  if (!inserted.second) return;
+  if (!inserted.second) return;  // the number half the ring away counts as the same key
   p.data.deep_copy();
-  inserted.first->second = p;
+  inserted.first->second = std::move(p);
 }
 
 void RecvWindow::try_release_buffer() {
   Packet packet;
   while (take_next(packet)) {
     const unsigned short seq = packet.seq;
-    output(packet);
+    output(std::move(packet));
     unlist(seq);
   }
 }

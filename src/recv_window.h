@@ -3,6 +3,7 @@
 #define TARN_SRC_RECV_WINDOW_H_
 
 #include <list>
+#include <utility>
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
@@ -20,7 +21,8 @@ class RecvWindow {
   RecvWindow(const RecvWindow&) = delete;
   RecvWindow& operator=(const RecvWindow&) = delete;
 
-  // `f` takes each message as a DataView, which is valid only during the call.
+  // `f` takes each message as a DataView. One that came in a lent datagram is handed on where it
+  // lies and is valid only during the call; any other is a contiguous copy.
   void set_output_callback(oxutils::Function f) { output_callback_ = std::move(f); }
 
   // One segment; `flag` is its place in the message. False when it came early and the buffer is
@@ -28,12 +30,14 @@ class RecvWindow {
   bool input(unsigned short seq, DataView& data, unsigned char flag) OX_EXCLUDES(lock_);
 
   // Takes the next segment in order; delivers the message if it is the last one of it.
-  void output(Packet& p) OX_EXCLUDES(lock_);
+  void output(Packet& p) OX_EXCLUDES(lock_) { output(Packet(p)); }
+  void output(Packet&& p) OX_EXCLUDES(lock_);
   // Delivers `data` as a message of its own and makes `seq` the last number in order.
   void output(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
 
   // Keeps an early packet, with bytes of its own. False when recv_window_size are kept already.
-  bool write_to_buffer(Packet& p) OX_EXCLUDES(lock_);
+  bool write_to_buffer(Packet& p) OX_EXCLUDES(lock_) { return write_to_buffer(Packet(p)); }
+  bool write_to_buffer(Packet&& p) OX_EXCLUDES(lock_);
   // Delivers what the buffer holds of the run after the last number in order.
   void try_release_buffer() OX_EXCLUDES(lock_);
 
@@ -50,17 +54,23 @@ class RecvWindow {
   bool get_ack(std::list<unsigned short>& out) OX_EXCLUDES(lock_);
 
  private:
-  bool deliver(Packet& p);
+  bool deliver(Packet&& p) OX_EXCLUDES(lock_);
   void start() OX_EXCLUDES(lock_);
+  // Makes `seq` the last number in order.
   void advance(unsigned short seq) OX_EXCLUDES(lock_);
   void mark_una_updated() OX_EXCLUDES(lock_);
   void log_input(unsigned short seq, unsigned char flag) const;
+  // The staged fragments and `last`, in one block; nothing is staged afterwards.
   DataView join_staged(DataView& last);
+  // get_una and get_ack without their locking and logging.
   bool take_una(unsigned short& una) OX_REQUIRES(lock_);
   bool take_acks(std::list<unsigned short>& out, unsigned long max) OX_REQUIRES(lock_);
   static void log_una(bool taken, unsigned short una);
-  void store(Packet& p) OX_REQUIRES(lock_);
+  // Lists the number for acknowledgement and keeps the packet, unless it is there already.
+  void store(Packet&& p) OX_REQUIRES(lock_);
+  // Takes the packet after last_seq from the buffer; false if it is not there.
   bool take_next(Packet& p) OX_EXCLUDES(lock_);
+  // Nothing is left to acknowledge of `seq`.
   void unlist(unsigned short seq) OX_EXCLUDES(lock_);
   bool take_buffered(unsigned short seq, Packet& p) OX_REQUIRES(lock_);
   PacketMap::iterator find_buffered(unsigned short seq) OX_REQUIRES(lock_);

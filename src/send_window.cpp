@@ -129,8 +129,7 @@ void SendWindow::resend_packet(const Pass& pass, unsigned short seq) {
   if (!find_packet(pass.bucket, seq, packet)) return;
   bool keep = true;
   pass.emit(seq, std::move(packet), &keep);
-  ++resend_logs_;
-  if (resend_logs_ < kAlwaysLogged || resend_logs_ % kLoggedEvery == 0) log_resend(pass, seq);
+  log_resend(pass, seq);
 }
 
 bool SendWindow::find_packet(unsigned int bucket, unsigned short seq, DataView& packet) const {
@@ -145,8 +144,10 @@ void SendWindow::log_resend(const Pass& pass, unsigned short seq) {
   size_t size = 0;
   {
     const oxutils::scoped_lock hold(lock_);
+    ++resend_logs_;
+    if (resend_logs_ >= kAlwaysLogged && resend_logs_ % kLoggedEvery != 0) return;
     size = buckets[pass.bucket].size();
   }
-  TARN_LOG_INFO("%p resend data size: %lu seq: %u func: %p", static_cast<void*>(this), size, seq,
-                pass.emit.get());
+  TARN_LOG_INFO("%p resend data size: %u seq: %u func: %p", static_cast<void*>(this),
+                static_cast<unsigned int>(size), seq, pass.emit.get());
 }

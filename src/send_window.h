@@ -14,8 +14,8 @@ class TarnSession;
 
 // Keeps packets in four buckets and re-sends one bucket every 30 ms, in rotation, until they are
 // acknowledged: each packet first 30 to 60 ms after it was written, then every 120 ms, with no
-// back-off and no limit. Part of a session; any thread may call in, the timer runs on the worker.
-// lock_ guards everything that changes and is never held while the window calls out.
+// back-off and no limit. Part of a session; any thread may call in, the timer runs where due timers
+// do. lock_ guards everything that changes and is never held while the window calls out.
 class SendWindow {
  public:
   // Starts the re-send timer. Requires: the worker has been started.
@@ -52,7 +52,7 @@ class SendWindow {
   // milliseconds are over; then cancels the timer. Not on the worker, whose re-sends would stall.
   void stop(unsigned int wait_ms);
 
-  // Worker only: re-sends the bucket whose turn it is.
+  // The timer's function: re-sends the bucket whose turn it is.
   void resend() OX_EXCLUDES(lock_);
 
  private:
@@ -79,9 +79,9 @@ class SendWindow {
   unsigned int count_ OX_GUARDED_BY(lock_) = 0;
   oxutils::Function resend_callback_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<int> timer_id_{0};
-  unsigned int resend_logs_ = 0;  // worker only; thins out the log
+  unsigned int resend_logs_ OX_GUARDED_BY(lock_) = 0;  // thins out the log
   oxutils::weak_ptr<TarnSession> owner_ OX_GUARDED_BY(lock_);
-  mutable PacketMap buckets[kBucketCount] OX_GUARDED_BY(lock_);
+  PacketMap buckets[kBucketCount] OX_GUARDED_BY(lock_);
 };
 
 #endif  // TARN_SRC_SEND_WINDOW_H_

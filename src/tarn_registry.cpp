@@ -3,14 +3,6 @@
 #include <utility>
 
 #include "src/tarn_log.h"
-#include "src/tarn_thread.h"
-
-namespace {
-
-// Holds the session until what was queued for it before has run.
-void let_go(oxutils::shared_ptr<TarnSession>) {}
-
-}  // namespace
 
 TarnRegistry& TarnRegistry::instance() {
   static TarnRegistry& registry = *new TarnRegistry;
@@ -43,7 +35,7 @@ oxutils::shared_ptr<TarnSession> tarn_add_instance() {
   if (TarnRegistry::instance().add(session)) return session;
   // Its re-send timer is on the worker already: the session goes when the timer has gone.
   session->stop();
-  TarnThread::instance()->run(oxutils::Function(&let_go, session));
+  session->keep_until_worker_has_run();
   return oxutils::shared_ptr<TarnSession>();
 }
 

@@ -12,6 +12,12 @@
 #include "src/tarn_timer.h"
 #include "src/wire_format.h"
 
+namespace {
+
+void let_go(oxutils::shared_ptr<TarnSession>) {}
+
+}  // namespace
+
 TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
   const oxutils::Function resend_function(this, &TarnSession::resend);
   send_window_.set_resend_callback(resend_function);
@@ -32,6 +38,20 @@ void TarnSession::start() {
   const unsigned int period = TarnConfig::instance()->rtx_timeout;
   cycle_timer_ = TarnThread::instance()->run_every(static_cast<int>(period),
                                                    oxutils::Function(this, &TarnSession::cycle));
+  bool stopped_meanwhile = false;
+  {
+    const oxutils::scoped_lock hold(state_mutex_);
+    stopped_meanwhile = stopped_;
+  }
+  if (!stopped_meanwhile) return;
+  // Destroyed by somebody who saw the handle in the log, when there was no timer to cancel yet.
+  cancel_cycle();
+  keep_until_worker_has_run();
+}
+
+// What was handed to the worker so far may refer to this session.
+void TarnSession::keep_until_worker_has_run() {
+  TarnThread::instance()->run(oxutils::Function(&let_go, weak_this_.lock()));
 }
 
 void TarnSession::stop() {

@@ -18,7 +18,8 @@
 // Turns messages into datagrams and datagrams into messages. Owned by the registry's shared_ptr and
 // by the references that calls in flight hold; the final release usually runs on the worker.
 //
-// Threads: applications call anything on any thread; cycle() and resend() run on the worker.
+// Threads: applications call anything on any thread; cycle() and resend() run where due timers do,
+// on the worker or inside tarn_update().
 // input() is fed by one thread at a time. Application callbacks run on whichever of these threads
 // causes them, with no lock held. Whoever calls out keeps the session alive meanwhile: the exported
 // calls by the registry's reference, cycle() and the send window's pass by one of their own.
@@ -50,9 +51,12 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void start();
   // Marks the session stopped, then cancels its timers. From then on traffic calls do nothing.
   void stop();
+  // Keeps the session alive until what has been handed to the worker so far has run. Requires: a
+  // shared_ptr owns the session.
+  void keep_until_worker_has_run();
   // First lets unacknowledged packets drain for at most `delay_ms` ms on the calling thread.
   void stop(unsigned int delay_ms);
-  // Worker only, every rtx_timeout ms.
+  // The cycle timer's function, every rtx_timeout ms.
   void cycle();
   // Records activity.
   void active();
@@ -95,7 +99,8 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
 
   // Sends `data`, consuming it, as one segment with `flag` or, if it is too long, as fragments.
   void send_reliable(DataView& data, unsigned char flag);
-  // Worker only: emits a stored packet again. `*keep` becomes false when the session is stopped.
+  // The send window's function: emits a stored packet again. `*keep` becomes false when the session
+  // is stopped.
   void resend(unsigned short seq, DataView packet, bool* keep);
   bool got_reliable(DataView& segment, unsigned char flag);
   void recv_reliable(DataView message);
@@ -113,7 +118,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // Fill either view with a whole segment, or leave it as it is.
   void make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget);
   void make_heartbeat(DataView& heartbeat_seg);
-  // Worker only: the two halves of cycle().
+  // The two halves of cycle().
   void cycle_feedback();
   void cycle_check_active();
   bool got_ack(DataView& body);

@@ -19,11 +19,7 @@ constexpr int kFailed = -1;
 unsigned long size_of(int len) { return len > 0 ? static_cast<unsigned long>(len) : 0; }
 
 // A null pointer is as good as any with no bytes to read.
-bool is_readable(const char* call, const char* data, int len) {
-  if (data != nullptr || len <= 0) return true;
-  TARN_LOG_ERROR("%s fail,null data len %d", call, len);
-  return false;
-}
+bool is_missing(const char* data, int len) { return data == nullptr && len > 0; }
 
 void log_kcp() { TARN_LOG_ERROR("kcp not surported"); }
 
@@ -137,7 +133,10 @@ void tarn_input(void* handle, char* data, int len) {
     return;
   }
   TARN_LOG_VERBOSE("tarn %p input len %d", handle, len);
-  if (!is_readable("tarn_input", data, len)) return;
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_input fail,null data tarn %p", handle);
+    return;
+  }
   Block block(data, size_of(len));
   session->input(DataView::lend(block));
 }
@@ -149,7 +148,10 @@ void tarn_send_reliable(void* handle, char* data, int len) {
     return;
   }
   TARN_LOG_VERBOSE("tarn %p send reliable len %d", handle, len);
-  if (!is_readable("tarn_send_reliable", data, len)) return;
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_send_reliable fail,null data tarn %p", handle);
+    return;
+  }
   Block block(data, size_of(len));
   DataView view = DataView::lend(block);
   session->send_reliable(view, wire::kWhole);
@@ -162,7 +164,10 @@ void tarn_send_unreliable(void* handle, char* data, int len) {
     return;
   }
   TARN_LOG_VERBOSE("tarn %p send unreliable len %d", handle, len);
-  if (!is_readable("tarn_send_unreliable", data, len)) return;
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_send_unreliable fail,null data tarn %p", handle);
+    return;
+  }
   Block block(data, size_of(len));
   DataView view = DataView::lend(block);
   session->send_unreliable(view);
@@ -175,18 +180,27 @@ void tarn_send_unreliable_nocp(void* handle, char* buf, int len) {
     return;
   }
   TARN_LOG_VERBOSE("tarn %p send unreliable len %d", handle, len);
-  if (!is_readable("tarn_send_unreliable_nocp", buf, len)) return;
+  if (is_missing(buf, len)) {
+    TARN_LOG_WARN("tarn_send_unreliable_nocp fail,null data tarn %p", handle);
+    return;
+  }
   session->send_unreliable(buf, static_cast<int>(size_of(len)));
 }
 
 void tarn_send_kcp(void*, char*, int) { log_kcp(); }
 
 int tarn_check_packet(char* data, int len) {
-  if (!is_readable("tarn_check_packet", data, len)) return kFailed;
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_check_packet fail,null data");
+    return kFailed;
+  }
   return TarnSession::check_packet(data, len);
 }
 
 unsigned int tarn_read_packet_conv(char* data, int len) {
-  if (!is_readable("tarn_read_packet_conv", data, len)) return wire::kNoPacket;
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_read_packet_conv fail,null data");
+    return wire::kNoPacket;
+  }
   return TarnSession::read_conv(data, len);
 }

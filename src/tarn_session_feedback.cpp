@@ -1,4 +1,5 @@
 // TarnSession: acknowledgements, the check for silence, and bye.
+#include "src/datagram_buffer.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/tarn_session.h"
@@ -41,12 +42,13 @@ void TarnSession::cycle_feedback() {
     const oxutils::scoped_lock hold(state_mutex_);
     if (stopped_) return;
   }
-  DataView ack_seg;
-  DataView una_seg;
-  make_feedback(ack_seg, una_seg, static_cast<unsigned long>(mss_));
-  const Bytes acks = bytes_of(ack_seg);
-  const Bytes una = bytes_of(una_seg);
-  if (acks.size + una.size > 0) emit(acks, una, true);
+  const Feedback feedback = gather_feedback(static_cast<unsigned long>(mss_));
+  if (feedback.empty()) return;
+  // Alone, unlike beside data, the ack list comes first.
+  const size_t size = feedback.ack_size() + feedback.una_size();
+  DatagramBuffer payload(size);
+  feedback.put_una(feedback.put_acks(payload.data()));
+  emit(Bytes{payload.data(), size}, Bytes{nullptr, 0}, true);
 }
 
 void TarnSession::cycle_check_active() {

@@ -1,4 +1,6 @@
 // TarnSession: the reliable channel.
+#include <limits.h>
+
 #include <algorithm>
 #include <utility>
 #include <vector>
@@ -94,6 +96,10 @@ void TarnSession::recv_reliable(DataView message) {
     return;
   }
   const unsigned long size = message.size();
+  if (size > INT_MAX) {
+    TARN_LOG_ERROR("tarn %p recv reliable len %lu too large", static_cast<void*>(this), size);
+    return;
+  }
   TARN_LOG_VERBOSE("tarn %p recv reliable len %lu", static_cast<void*>(this), size);
   callback.function(message.data(), static_cast<int>(size), callback.user);
 }

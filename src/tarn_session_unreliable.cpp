@@ -18,10 +18,10 @@ void TarnSession::send_unreliable(DataView& data) {
 
 void TarnSession::send_unreliable(char* buf, int len) {
   if (is_stopped()) return;
-  wire::put_header(buf);
-  // The room that is left of the caller's data for this head; it limits len to 6 and more.
+  // Three less than the caller's length: that is what makes 6 the least one.
   make_seg_head_nocp(buf + wire::kNocpConvOffset, len - 3, wire::kConv, wire::kNoFlag,
                      wire::kConvBodySize);
+  wire::put_header(buf);
   wire::put_uint32(buf + wire::kNocpConvOffset + wire::kSegHeadSize, conv_);
   make_seg_head_nocp(buf + wire::kNocpDataHeadOffset, len, wire::kUnreliable, wire::kNoFlag,
                      static_cast<unsigned long>(len));

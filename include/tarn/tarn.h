@@ -22,7 +22,8 @@
  * Threads. Every call may be made from any thread at any time, callbacks included. Callbacks run
  * - on the thread that calls in: tarn_send_*() and tarn_input() run the output, receive and error
  *   callbacks before they return;
- * - on the library's worker thread: re-sent segments, acknowledgements and the check for silence;
+ * - on the library's worker thread, or inside tarn_update(): re-sent segments, acknowledgements and
+ *   the check for silence;
  * so the callbacks of one session can run on two threads at once and must be thread-safe. No
  * session lock is held meanwhile. Feeding one session from two threads at once is the one thing
  * that the caller must not do: call tarn_input() for a session from one thread, or under a lock.
@@ -33,14 +34,15 @@
  *
  * When `user` may be freed. A callback may still be running, or about to run, on another thread
  * while it is replaced or while its session is destroyed. What `user` points to is safe to free
- * after (1) tarn_destroy() has returned, (2) every call that your own threads had inside this
- * session has returned, and (3) the worker has dropped the session: tarn_get_conv() returning 0
- * is no proof, but the level 3 log line "tarn %p del" is, and so is waiting for longer than the
- * longest callback. Simplest: let it live as long as the process, or look it up by number.
+ * when tarn_destroy() has returned, every call that your own threads had inside the session has
+ * returned, and the worker has finished what it was at: the level 4 log line "tarn %p conv: %u
+ * destroyed" says so. Simplest: let it live as long as the process, or make `user` a number to look
+ * up.
  *
  * Bytes. Data passed in is only borrowed: it may be reused as soon as the call returns. Data passed
  * to a callback is valid only until the callback returns, and may be changed by it.
- * A negative length counts as 0; a null pointer is accepted with length 0 and refused otherwise.
+ * A negative length counts as 0; a null pointer is accepted with length 0 and refused, with a log
+ * line, otherwise.
  *
  * Time. Milliseconds of the wall clock, as an unsigned 32-bit number that wraps after 49.7 days.
  * Setting the clock back stalls timers by that much; setting it forward makes periodic work of the
@@ -55,6 +57,8 @@
  *   A message takes (length + mtu - 1) / mtu segments, at least 1.
  * - An empty reliable message can never be acknowledged: the receiver refuses it as too short, so
  *   it is re-sent for ever and everything after it waits for ever. Never send one.
+ * - Acknowledgements ride along within the mtu, but for one corner: beside a payload that leaves 6
+ *   or 7 bytes of it, all that are due do, which can make a datagram of up to 65 KiB more.
  * - Nothing on the wire is encrypted or authenticated.
  */
 #ifndef TARN_TARN_H_
@@ -124,9 +128,9 @@ TARN_API void tarn_set_log_callback2(int level, TarnLogCallback2 callback);
  * notices. */
 
 /* Bytes of payload in one reliable segment; a longer message is split. Default 1400. The largest
- * datagram of reliable traffic is mtu + 14 bytes. At most 65533 bytes are used, whatever the value;
- * with 0 every reliable message that is not empty is refused with a log line at level 1.
- * Applies to sessions created afterwards. */
+ * datagram of reliable traffic is mtu + 14 bytes, acknowledgements aside. At most 65533 bytes are
+ * used, whatever the value; with 0 every reliable message that is not empty is refused with a log
+ * line at level 1. Applies to sessions created afterwards. */
 TARN_API void tarn_config_mtu(unsigned int bytes);
 
 /* Period, in milliseconds, of a session's cycle: pending acknowledgements go out and silence is
@@ -141,8 +145,9 @@ TARN_API void tarn_config_rtx_timeout(unsigned int ms);
 TARN_API void tarn_config_active_timeout(unsigned int ms);
 
 /* Segments that a session keeps for re-sending until they are acknowledged. Default 32. Both ends
- * of a conversation should use the same number of segments for this and the receive window; at most
- * 32767 is meaningful, since sequence numbers have 16 bits. Applies at once. */
+ * of a conversation should use the same number of segments for this and the receive window, and at
+ * most 32767: sequence numbers have 16 bits, and among more of them some are never found again to
+ * be re-sent. Applies at once. */
 TARN_API void tarn_config_send_window_size(unsigned int segments);
 
 /* Segments that a session holds back because they came early. Default 32. Applies at once. */
@@ -180,7 +185,8 @@ TARN_API int tarn_wait_destroy(void* handle, unsigned int wait_ms);
  * pair. Null removes the callback. */
 TARN_API void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user);
 
-/* Gets each reliable message, whole, once and in order. Runs inside tarn_input(). */
+/* Gets each reliable message, whole, once and in order. Runs inside tarn_input(); `data` may point
+ * into the datagram that was passed there. */
 TARN_API void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user);
 
 /* Gets each unreliable message as it arrives; it may be missing, repeated or out of order. Runs
@@ -189,7 +195,7 @@ TARN_API void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback c
                                                 void* user);
 
 /* Gets the TarnError codes: 0 inside tarn_send_reliable(), 1 and 2 inside tarn_input(), 3 on the
- * worker. */
+ * worker or inside tarn_update(). */
 TARN_API void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* user);
 
 /* Sets the conversation id. While it is not 0 every datagram carries it. Both ends use the same
@@ -211,15 +217,16 @@ TARN_API void tarn_input(void* handle, char* data, int len);
  * acknowledges it. Never blocks; see the limits above for a full window and for empty messages. */
 TARN_API void tarn_send_reliable(void* handle, char* data, int len);
 
-/* Sends a message once, in one datagram of up to len + 16 bytes (plus acknowledgements where they
- * fit). Never split: keep len at or below 65535, and below the path's limit. The receiver drops an
+/* Sends a message once, in one datagram of up to len + 12 bytes, and acknowledgements where they
+ * fit. Never split: keep len at or below 65535, and below the path's limit. The receiver drops an
  * empty one. */
 TARN_API void tarn_send_unreliable(void* handle, char* data, int len);
 
 /* The same without copying. `buf` holds len + 12 bytes: the library writes its prefix into the
- * first 12, the message stands in the `len` after them. `len` must be 6 or more: less aborts the
- * process. The datagram carries the conversation id even when it is 0, no acknowledgements, and
- * does not count as activity. `buf` is the caller's again when the call returns. */
+ * first 12, the message stands in the `len` after them. `len` must be 6 or more: less, negative or
+ * not, aborts the process. The datagram carries the conversation id even when it is 0, no
+ * acknowledgements, and does not count as activity. `buf` is the caller's again when the call
+ * returns. */
 TARN_API void tarn_send_unreliable_nocp(void* handle, char* buf, int len);
 
 /* Kept for old callers; log "kcp not surported" at level 1 and do nothing. */

@@ -17,7 +17,7 @@ class unique_ptr {
 
   // Deletes the object held, if any, and takes `p`, which must not be that same object.
   void reset(T* p = nullptr) {
-    OX_ASSERT("oxutils/smart_ptr/unique_ptr", 100, (0L == p) || (px != p));
+    OX_ASSERT("oxutils/smart_ptr/unique_ptr", 100, (0L == p) || (px != p));  // NOLINT
     T* const old = px;
     px = p;
     delete old;
@@ -25,11 +25,11 @@ class unique_ptr {
 
   T* get() const { return px; }
   T& operator*() const {
-    OX_ASSERT("oxutils/smart_ptr/unique_ptr", __LINE__, 0L != px);
+    OX_ASSERT("oxutils/smart_ptr/unique_ptr", __LINE__, 0L != px);  // NOLINT
     return *px;
   }
   T* operator->() const {
-    OX_ASSERT("oxutils/smart_ptr/unique_ptr", 131, 0L != px);
+    OX_ASSERT("oxutils/smart_ptr/unique_ptr", 131, 0L != px);  // NOLINT
     return px;
   }
   explicit operator bool() const { return px != nullptr; }
