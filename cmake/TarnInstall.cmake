@@ -14,6 +14,15 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/tarnConfig.cmake.in
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tarnConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
+# Relative to the prefix, so that the tree can be moved; absolute where it was configured so.
+foreach(dir LIBDIR INCLUDEDIR)
+  string(TOLOWER pc_${dir} variable)
+  if(IS_ABSOLUTE ${CMAKE_INSTALL_${dir}})
+    set(${variable} ${CMAKE_INSTALL_${dir}})
+  else()
+    set(${variable} "\${prefix}/${CMAKE_INSTALL_${dir}}")
+  endif()
+endforeach()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/tarn.pc.in ${CMAKE_CURRENT_BINARY_DIR}/tarn.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/tarnConfig.cmake
               ${CMAKE_CURRENT_BINARY_DIR}/tarnConfigVersion.cmake

@@ -1,6 +1,8 @@
 # Options, compiler flags and the default build type.
 
-if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES AND PROJECT_IS_TOP_LEVEL)
+string(COMPARE EQUAL "${CMAKE_SOURCE_DIR}" "${PROJECT_SOURCE_DIR}" at_the_top)
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES AND at_the_top)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
 endif()
 
@@ -8,7 +10,7 @@ endif()
 # makes the packages mandatory.
 set(tests_default OFF)
 set(tools_default OFF)
-if(PROJECT_IS_TOP_LEVEL)
+if(at_the_top)
   find_package(GTest QUIET)
   find_package(CLI11 QUIET)
   find_package(fmt QUIET)

@@ -203,7 +203,8 @@ struct CallbackOf<A1, A2, A3> {
 
 template <typename A1, typename... A>
 void CallbackBase::run(A1 a1, A... a) {
-  OX_ASSERT("oxutils/callback", __LINE__, (signature_ == signature_of<A1, A...>()));
+  const void* const given = signature_of<A1, A...>();
+  OX_ASSERT("oxutils/callback", __LINE__, signature_ == given);
   using Target = typename internal::CallbackOf<A1, A...>::Plain;
   static_cast<Target*>(this)->run(std::move(a1), std::move(a)...);
 }
@@ -231,7 +232,8 @@ class Function {
     callback_->run();
   }
 
-  // Run with all arguments given. Requires: set, and exactly the target's argument types.
+  // Run with all arguments given. Requires: set, and exactly the target's argument types: a literal
+  // for an unsigned short is written as such.
   template <typename A1>
   void operator()(A1 a1) const {
     OX_ASSERT("oxutils/callback", 476, callback_);

@@ -36,8 +36,8 @@ class singleton {
     if (doomed != nullptr && static_cast<singleton*>(doomed) != this) delete doomed;
   }
 
-  // Set: the instance stays whatever becomes of other objects of T, since running threads use it
-  // until the process is gone.
+  // Set by the classes whose instance running threads use until the process is gone: it then stays
+  // whatever becomes of other objects of T.
   static inline relaxed<bool> free_{false};
 
  private:

@@ -44,6 +44,11 @@ const oxutils::shared_ptr<Block>& DataView::BlockList::front() const {
   return blocks_[0];
 }
 
+oxutils::shared_ptr<Block>& DataView::BlockList::back() {
+  OX_ASSERT("src/data_view", __LINE__, !empty());
+  return blocks_[size_ - 1];
+}
+
 void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {
   OX_ASSERT("src/data_view", __LINE__, size_ < kCapacity);
   blocks_[size_++] = std::move(block);
@@ -54,8 +59,13 @@ void DataView::BlockList::swap(BlockList& other) noexcept {
   std::swap(size_, other.size_);
 }
 
+void DataView::BlockList::pop_back() {
+  OX_ASSERT("src/data_view", __LINE__, !empty());
+  blocks_[--size_].reset();
+}
+
 void DataView::BlockList::clear() {
-  while (size_ > 0) blocks_[--size_].reset();
+  while (!empty()) pop_back();
 }
 
 DataView DataView::lend(Block& block) {
@@ -135,14 +145,14 @@ unsigned int DataView::read_uint32() {
 void DataView::write_uint16(unsigned long pos, unsigned short value) {
   OX_ASSERT("src/data_view", 109, !blocks_.empty());
   OX_ASSERT("src/data_view", 110, blocks_.front()->size() > pos);
-  OX_ASSERT("src/data_view", 110, blocks_.front()->size() - pos >= sizeof value);
+  OX_ASSERT("src/data_view", __LINE__, blocks_.front()->size() - pos >= sizeof value);
   wire::put_uint16(blocks_.front()->data() + pos, value);
 }
 
 void DataView::write_uint32(unsigned long pos, unsigned int value) {
   OX_ASSERT("src/data_view", 116, !blocks_.empty());
   OX_ASSERT("src/data_view", 117, blocks_.front()->size() > pos);
-  OX_ASSERT("src/data_view", 117, blocks_.front()->size() - pos >= sizeof value);
+  OX_ASSERT("src/data_view", __LINE__, blocks_.front()->size() - pos >= sizeof value);
   wire::put_uint32(blocks_.front()->data() + pos, value);
 }
 

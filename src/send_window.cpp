@@ -1,5 +1,6 @@
 #include "src/send_window.h"
 
+#include <limits.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +18,14 @@ constexpr unsigned int kDrainStepMs = 100;
 // The first few re-sends are logged, then every hundredth.
 constexpr unsigned int kAlwaysLogged = 5;
 constexpr unsigned int kLoggedEvery = 100;
+
+// Whether a wait from `start` to `end` is over. Compared as unsigned numbers, so that a wait whose
+// end lies behind the wrap of the tick is cut short; the second test is for a tick that has slept
+// through the end and the wrap.
+bool has_passed(unsigned int start, unsigned int end) {
+  const unsigned int now = TarnTimerQueue::cur_tick();
+  return now >= end || (now < start && now - start >= end - start && now - start <= INT_MAX);
+}
 
 }  // namespace
 
@@ -91,9 +100,9 @@ void SendWindow::stop() {
 }
 
 void SendWindow::stop(unsigned int wait_ms) {
-  const unsigned int end = TarnTimerQueue::cur_tick() + wait_ms;
-  // Unsigned: across the wrap of the tick the wait is cut short.
-  while (wait_ms != 0 && count() != 0 && TarnTimerQueue::cur_tick() < end) {
+  const unsigned int start = TarnTimerQueue::cur_tick();
+  const unsigned int end = start + wait_ms;
+  while (wait_ms != 0 && count() != 0 && !has_passed(start, end)) {
     usleep(std::min(wait_ms, kDrainStepMs) * 1000);
   }
   stop();

@@ -27,6 +27,10 @@ void log_kcp() { TARN_LOG_ERROR("kcp not surported"); }
 // address.
 void del_session(SessionPtr session) { tarn_del_instance(session.get()); }
 
+void post_deletion(SessionPtr session) {
+  TarnThread::instance()->run(oxutils::Function(&del_session, std::move(session)));
+}
+
 }  // namespace
 
 void tarn_del_instance(void* handle) {
@@ -41,8 +45,11 @@ void tarn_del_instance(void* handle) {
 
 void tarn_destroy_later(void* handle) {
   SessionPtr session = tarn_get_instance(handle);
-  if (!session) return;
-  TarnThread::instance()->run(oxutils::Function(&del_session, std::move(session)));
+  if (session) {
+    post_deletion(std::move(session));
+  } else {
+    TarnThread::instance()->run(oxutils::Function(&tarn_del_instance, handle));
+  }
 }
 
 void* tarn_create(void) {
@@ -65,7 +72,7 @@ int tarn_wait_destroy(void* handle, unsigned int wait_ms) {
     return kFailed;
   }
   session->stop(wait_ms);
-  tarn_destroy_later(handle);
+  post_deletion(session);
   return 0;
 }
 

@@ -44,7 +44,9 @@ bool TarnThread::is_in_thread() { return tid_ == pthread_self(); }
 
 void TarnThread::thread_func() {
   TARN_LOG_DEBUG("thread start");
+#if defined(__linux__)
   pthread_setname_np(pthread_self(), "tarn_thread");
+#endif
   if (tid_ == pthread_t{}) tid_ = pthread_self();
   while (!ending_) {
     event_.Wait(timers_->get_timeout());
@@ -63,17 +65,24 @@ bool TarnThread::try_begin_turn() {
 
 void TarnThread::begin_turn() {
   while (!try_begin_turn()) {
-    // An update() is at work on another thread; it sets the event when it ends.
+    // An update() is at work on another thread. When it ends it hands the turn over, so that a
+    // thread that updates all the time cannot keep the worker off.
     int expected = kTaken;
-    if (turn_.compare_exchange_strong(expected, kTakenWorkerWaits) ||
-        expected == kTakenWorkerWaits) {
-      event_.Wait(kForever);
-    }
+    if (!turn_.compare_exchange_strong(expected, kTakenWorkerWaits)) continue;  // free by now
+    while (turn_ != kHandedToWorker) event_.Wait(kForever);
+    return;
   }
 }
 
 void TarnThread::end_turn() {
-  if (turn_.exchange(kFree, std::memory_order_release) == kTakenWorkerWaits) event_.Set();
+  int expected = kTaken;
+  if (turn_.compare_exchange_strong(expected, kFree, std::memory_order_release)) return;
+  if (expected == kHandedToWorker) {
+    turn_ = kFree;
+  } else {
+    turn_ = kHandedToWorker;
+    event_.Set();
+  }
 }
 
 void TarnThread::do_pending_func() {
@@ -83,7 +92,7 @@ void TarnThread::do_pending_func() {
     batch.swap(pending_);
   }
   for (oxutils::Function& each : batch) {
-    // Released one by one: what a function keeps alive goes right after it has run.
+    // Released one by one, not as a batch: what a function keeps alive goes right after it has run.
     const oxutils::Function f = std::move(each);
     f();
   }

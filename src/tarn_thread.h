@@ -51,7 +51,7 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
 
  private:
   // Who may run timers. Either the worker's turn or an update() holds it, never both.
-  enum Turn : int { kFree, kTaken, kTakenWorkerWaits };
+  enum Turn : int { kFree, kTaken, kTakenWorkerWaits, kHandedToWorker };
 
   bool try_start();
   void begin_turn();

@@ -54,6 +54,10 @@ class TarnTimer {
   // From now on run() does nothing. A timer may remove itself from inside its function: its own
   // lock then refuses, and the flag is set all the same.
   void remove();
+  // The same on the thread that runs the timer, where there is no run to wait for, and where
+  // waiting for the lock of another timer, under whatever locks the application holds in this one's
+  // function, would order locks that have nothing to do with each other.
+  void remove_in_loop() { removed_ = true; }
   // Reads the flag without the lock.
   bool is_removed() const { return removed_; }
 
@@ -112,6 +116,8 @@ class TarnTimerQueue {
   };
 
   bool on_owner_thread();
+  void set_unfiled(const TimerPtr& timer) OX_EXCLUDES(unfiled_lock_);
+  TimerPtr take_unfiled(int id) OX_EXCLUDES(unfiled_lock_);
   std::vector<TimerPtr> take_due(unsigned int now);
   // Runs the due timers of one interval; returns the time to the next, 10000 when there is none.
   static int process_fifo(Fifo& fifo, unsigned int now);
@@ -123,6 +129,11 @@ class TarnTimerQueue {
   std::map<int, Fifo> periodic_;            // by interval; members advance alike, so stay sorted
   oxutils::relaxed<int> periodic_timeout_;  // ms
   std::unordered_map<int, TimerPtr> periodic_index_;  // by id, for cancelling
+
+  // Added on other threads and on their way to the owner, whose own cancellations run at once and
+  // may overtake them.
+  oxutils::mutex unfiled_lock_;
+  std::unordered_map<int, TimerPtr> unfiled_ OX_GUARDED_BY(unfiled_lock_);
 };
 
 #endif  // TARN_SRC_TARN_TIMER_H_

@@ -46,13 +46,29 @@ int TarnTimerQueue::add_timer(oxutils::Function func, int delay, int interval) {
     TARN_LOG_WARN("add_timer id: %d, delay: %d, interval: %d, current tid %u, thread_id %u", id, d,
                   interval, tid_number(pthread_self()), tid_number(owner_->get_tid()));
   }
+  set_unfiled(timer);
   owner_->run(oxutils::Function(this, &TarnTimerQueue::addTimerInLoop, std::move(timer), d));
   return id;
+}
+
+void TarnTimerQueue::set_unfiled(const TimerPtr& timer) {
+  const oxutils::scoped_lock hold(unfiled_lock_);
+  unfiled_[timer->id()] = timer;
+}
+
+TarnTimerQueue::TimerPtr TarnTimerQueue::take_unfiled(int id) {
+  const oxutils::scoped_lock hold(unfiled_lock_);
+  const auto found = unfiled_.find(id);
+  if (found == unfiled_.end()) return TimerPtr();
+  TimerPtr timer = std::move(found->second);
+  unfiled_.erase(found);
+  return timer;
 }
 
 void TarnTimerQueue::addTimerInLoop(oxutils::shared_ptr<TarnTimer> timer, int delay) {
   TARN_LOG_DEBUG("add_timer id: %d, delay: %d, current tid %u", timer->id(), delay,
                  tid_number(pthread_self()));
+  take_unfiled(timer->id());
   if (timer->repeat()) {
     periodic_[timer->interval()].push_back(timer);
     periodic_index_[timer->id()] = std::move(timer);
@@ -78,10 +94,13 @@ void TarnTimerQueue::cancelInLoop(int id) {
                                      [id](const OneShot& each) { return each.second->id() == id; });
   if (one_shot != one_shots_.end()) one_shots_.erase(one_shot);
 
+  const TimerPtr unfiled = take_unfiled(id);
+  if (unfiled) unfiled->remove_in_loop();
+
   // The timer stays in its queue until process_fifo meets it at the front.
   const auto periodic = periodic_index_.find(id);
   if (periodic == periodic_index_.end()) return;
-  periodic->second->remove();
+  periodic->second->remove_in_loop();
   periodic_index_.erase(periodic);
 }
 

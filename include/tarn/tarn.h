@@ -41,12 +41,13 @@
  *
  * Bytes. Data passed in is only borrowed: it may be reused as soon as the call returns. Data passed
  * to a callback is valid only until the callback returns, and may be changed by it.
- * A negative length counts as 0; a null pointer is accepted with length 0 and refused, with a log
- * line, otherwise.
+ * A negative length counts as 0; a null pointer is accepted with length 0, where that is a length,
+ * and refused with a log line otherwise.
  *
  * Time. Milliseconds of the wall clock, as an unsigned 32-bit number that wraps after 49.7 days.
- * Setting the clock back stalls timers by that much; setting it forward makes periodic work of the
- * skipped time run at once, period by period, and may end in TARN_ERROR_INACTIVE.
+ * Setting the clock back stalls timers by that much, those of sessions created afterwards too, and
+ * raises TARN_ERROR_INACTIVE; setting it forward makes periodic work of the skipped time run at
+ * once, period by period, and may raise it as well.
  *
  * Limits that follow from the design:
  * - A full send window sends and does not store. The message that meets a full window
@@ -115,9 +116,10 @@ TARN_API void tarn_fini(void);
 /* Sets the log threshold and the callback that gets the text of each message.
  * Level: 0 nothing (the default), 1 errors, 2 warnings, 3 lifecycle, 4 control traffic, 5 every
  * datagram; a message is passed on when its level is at most the threshold, cut to 1023 characters.
- * The callback runs on whatever thread logs, often concurrently; it may call the library, and
- * should not block. Null removes it. The change itself is logged at level 3, "tarn log level %d",
- * under the old threshold and to the old callback. */
+ * The callback runs on whatever thread logs, often concurrently; it should not block. It may call
+ * the library, but a call that logs calls it again: guard against endless recursion. Null removes
+ * it. The change itself is logged at level 3, "tarn log level %d", under the old threshold and to
+ * the old callback. */
 TARN_API void tarn_set_log_callback(int level, TarnLogCallback callback);
 
 /* The same for a callback that also gets the level. Threshold: one for both. When both callbacks
@@ -141,7 +143,9 @@ TARN_API void tarn_config_rtx_timeout(unsigned int ms);
 
 /* Milliseconds without activity after which TARN_ERROR_INACTIVE is raised. Default 5000. Activity
  * is any datagram received and any message sent by tarn_send_reliable() or tarn_send_unreliable();
- * acknowledgements on their own and tarn_send_unreliable_nocp() are none. Applies at once. */
+ * acknowledgements on their own and tarn_send_unreliable_nocp() are none. So an application that
+ * keeps sending never hears of a peer that is gone: let it keep a clock of what it received.
+ * Applies at once. */
 TARN_API void tarn_config_active_timeout(unsigned int ms);
 
 /* Segments that a session keeps for re-sending until they are acknowledged. Default 32. Both ends
@@ -161,7 +165,8 @@ TARN_API void tarn_config_thread_safe(bool on);
 TARN_API int tarn_check_update_ms(void);
 
 /* Runs the due timers now, on the calling thread. Never needed: the worker does it. Returns at once
- * when the worker is in the middle of a turn, and when called from inside a callback of one. */
+ * when the worker is in the middle of a turn, and when called from inside a callback of one. The
+ * worker rests meanwhile: a callback that this call runs must not wait for it. */
 TARN_API void tarn_update(void);
 
 /* ---- Sessions ----------------------------------------------------------------------------- */
@@ -176,8 +181,9 @@ TARN_API int tarn_destroy(void* handle);
 /* Ends a session. First waits, on the calling thread and in steps of at most 100 ms, until
  * everything reliable is acknowledged or `wait_ms` milliseconds are over; the session works on
  * meanwhile. Then every call on the handle does nothing, and the worker frees the session soon
- * after. The peer is not told: it notices by its own active timeout. 0, or -1 for a bad handle.
- * May be called inside a callback; with a wait, on the worker, it holds up all sessions. */
+ * after (setters still store until then). The peer is not told: it notices by its own active
+ * timeout. 0, or -1 for a bad handle. May be called inside a callback; with a wait, on the worker,
+ * it holds up all sessions. */
 TARN_API int tarn_wait_destroy(void* handle, unsigned int wait_ms);
 
 /* Where the session's datagrams go, whole and one per call: send `data` to the peer. Without this
