@@ -1,0 +1,253 @@
+// TarnTimerQueue: ids, the tick and its wrap, odd clocks, foreign threads, log lines.
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "src/tarn_timer.h"
+#include "tests/support/kit_timer_owner.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/virtual_clock.h"
+
+using tarn_test::LogCapture;
+using tarn_test::VirtualClock;
+using Marks = std::vector<int>;
+
+namespace {
+
+constexpr uint64_t kWrap = uint64_t{1} << 32;
+
+std::string thread_text(pthread_t id) { return std::to_string(static_cast<unsigned>(id)); }
+
+// A queue on the test's thread whose clock starts at a given millisecond.
+struct Timed {
+  explicit Timed(uint64_t ms = 1'000'000) : clock(ms) {}
+  int add(int delay, int interval, int mark) {
+    return queue.add_timer(runs.mark(mark), delay, interval);
+  }
+  Marks pass_after(int64_t ms) {
+    clock.advance_ms(ms);
+    queue.process_timers();
+    return runs.take();
+  }
+  bool timeout_in_range() const { return queue.get_timeout() >= 0 && queue.get_timeout() <= 10000; }
+  VirtualClock clock;
+  tarn_test::InlineOwner owner;
+  tarn_test::Runs runs;
+  TarnTimerQueue queue{&owner};
+};
+
+TEST(Tick, IsTheWallClockInMilliseconds) {
+  const VirtualClock clock(123456);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), 123456u);
+}
+
+TEST(Tick, CountsTheLast200MicrosecondsForTheNext) {
+  VirtualClock clock;
+  clock.set_us(1'000'000'799);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), 1'000'000u);
+  clock.set_us(1'000'000'800);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), 1'000'001u);
+  clock.set_us(1'000'999'800);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), 1'001'000u);
+}
+
+TEST(Tick, IsTruncatedTo32Bits) {
+  const VirtualClock clock(kWrap + 5);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), 5u);
+}
+
+TEST(Tick, IsTruncatedAtPresentDay) {
+  const uint64_t ms = 1'750'000'000'123;
+  const VirtualClock clock(ms);
+  EXPECT_EQ(TarnTimerQueue::cur_tick(), static_cast<unsigned>(ms));
+}
+
+TEST(TarnTimerQueue, NumbersItsTimersInOrder) {
+  Timed t;
+  const int first = t.add(10, 0, 1);
+  EXPECT_EQ(t.add(10, 10, 2), first + 1);
+  EXPECT_EQ(t.add(5, 0, 3), first + 2);
+}
+
+TEST(TarnTimerQueue, SharesItsNumbersWithOtherQueues) {
+  Timed t;
+  TarnTimerQueue other(&t.owner);
+  const int first = t.add(10, 0, 1);
+  EXPECT_EQ(other.add_timer(t.runs.mark(2), 10, 0), first + 1);
+}
+
+TEST(TarnTimerQueue, ReportsTheCapWithoutTimers) {
+  Timed t;
+  EXPECT_EQ(t.queue.get_timeout(), 10000);
+  t.pass_after(0);
+  EXPECT_EQ(t.queue.get_timeout(), 10000);
+  t.pass_after(25000);
+  EXPECT_EQ(t.queue.get_timeout(), 10000);
+}
+
+TEST(TarnTimerQueue, TakesAnIntervalBelow0ForAOneShot) {
+  Timed t;
+  t.add(10, -5, 1);
+  t.add(10, std::numeric_limits<int>::min(), 1);
+  EXPECT_EQ(t.pass_after(10), Marks{});
+  EXPECT_EQ(t.pass_after(1), (Marks{1, 1}));
+  EXPECT_EQ(t.pass_after(1000), Marks{});
+}
+
+TEST(TarnTimerQueue, TakesTheLongestDelay) {
+  Timed t;
+  t.add(std::numeric_limits<int>::max(), 0, 1);
+  EXPECT_EQ(t.pass_after(10000), Marks{});
+  EXPECT_TRUE(t.timeout_in_range());
+}
+
+TEST(TickWrap, PeriodicTimersSurviveIt) {
+  Timed t(kWrap - 16);
+  t.add(50, 50, 1);
+  EXPECT_EQ(t.pass_after(10), Marks{});
+  EXPECT_EQ(t.queue.get_timeout(), 40);
+  EXPECT_EQ(t.pass_after(39), Marks{});
+  EXPECT_EQ(t.pass_after(1), Marks{1});
+  EXPECT_EQ(t.pass_after(50), Marks{1});
+}
+
+TEST(TickWrap, OneShotBeyondItRunsAtTheNextExaminationBeforeIt) {
+  Timed t(kWrap - 100);
+  t.add(150, 0, 1);  // expires at tick 50, which looks long past
+  t.add(10, 0, 2);
+  EXPECT_EQ(t.pass_after(9), Marks{}) << "not examined yet";
+  EXPECT_EQ(t.pass_after(2), (Marks{1, 2}));
+}
+
+TEST(TickWrap, OneShotBeyondItRunsInTimeWhenNothingElseIsExamined) {
+  Timed t(kWrap - 100);
+  t.add(150, 0, 1);
+  EXPECT_EQ(t.pass_after(149), Marks{});
+  EXPECT_EQ(t.pass_after(1), Marks{});
+  EXPECT_EQ(t.pass_after(1), Marks{1});
+}
+
+TEST(TickWrap, OneShotBeforeItThatIsMissedStallsWithoutANegativeTimeout) {
+  Timed t(kWrap - 100);
+  t.add(50, 0, 1);  // expires at a tick that looks far ahead once the tick has wrapped
+  EXPECT_EQ(t.pass_after(200), Marks{});
+  EXPECT_TRUE(t.timeout_in_range()) << t.queue.get_timeout();
+}
+
+TEST(OddClock, StepBackStallsTimersWithinTheCap) {
+  Timed t;
+  t.add(50, 0, 1);
+  t.add(50, 50, 2);
+  t.pass_after(0);
+  EXPECT_EQ(t.pass_after(-100000), Marks{});
+  EXPECT_TRUE(t.timeout_in_range()) << t.queue.get_timeout();
+  EXPECT_EQ(t.pass_after(100051), (Marks{1, 2}));
+}
+
+TEST(OddClock, StepBackPastTheTicksStartKeepsTheTimeoutInRange) {
+  Timed t(kWrap + 20);
+  t.add(50, 0, 1);
+  t.add(50, 50, 2);
+  t.pass_after(-40);
+  EXPECT_TRUE(t.timeout_in_range()) << t.queue.get_timeout();
+}
+
+TEST(OddClock, StepForwardIsCaughtUpPeriodByPeriod) {
+  Timed t;
+  t.add(50, 50, 1);
+  EXPECT_EQ(t.pass_after(3600 * 1000).size(), 72000u);
+  EXPECT_EQ(t.queue.get_timeout(), 50);
+}
+
+TEST(OddClock, TimeoutStaysInRangeWhateverTheClockDoes) {
+  Timed t(kWrap - 5000);
+  t.add(30, 30, 1);
+  t.add(700, 0, 2);
+  t.add(9000, 0, 3);
+  for (const int step : {100, 4000, 2000, -3000, 5000, -100, 9999, -9999, 1, 0, 60000}) {
+    t.pass_after(step);
+    ASSERT_TRUE(t.timeout_in_range()) << t.queue.get_timeout() << " after a step of " << step;
+  }
+}
+
+TEST(TimerLog, SpeaksOfAnAddition) {
+  Timed t;
+  const LogCapture log;
+  const int id = t.add(0, 50, 1);
+  EXPECT_EQ(log.count(4, "add_timer id: " + std::to_string(id) + ", delay: 1, current tid " +
+                             thread_text(pthread_self())),
+            1);
+  EXPECT_EQ(log.count_containing("thread_id"), 0);
+}
+
+TEST(TimerLog, SpeaksOfACancellation) {
+  Timed t;
+  const int id = t.add(50, 0, 1);
+  const LogCapture log;
+  t.queue.cancel_timer(id);
+  t.queue.cancel_timer(987654);
+  const std::string tail = ", current tid " + thread_text(pthread_self());
+  EXPECT_EQ(log.count(4, "cancel_timer id: " + std::to_string(id) + tail), 1);
+  EXPECT_EQ(log.count(4, "cancel_timer id: 987654" + tail), 1);
+  EXPECT_EQ(log.count_containing("thread_id"), 0);
+}
+
+class ForeignThread : public ::testing::Test {
+ protected:
+  VirtualClock clock_;
+  tarn_test::DistantOwner owner_;
+  tarn_test::Runs runs_;
+  TarnTimerQueue queue_{&owner_};
+};
+
+TEST_F(ForeignThread, GetsTheIdBeforeTheTimerIsFiled) {
+  EXPECT_GT(queue_.add_timer(runs_.mark(1), 20, 0), 0);
+  EXPECT_EQ(queue_.get_timeout(), 10000);
+  EXPECT_EQ(owner_.drain(), 1u);
+  EXPECT_EQ(queue_.get_timeout(), 20);
+}
+
+TEST_F(ForeignThread, TimerCountsFromItsAddition) {
+  queue_.add_timer(runs_.mark(1), 20, 0);
+  clock_.advance_ms(15);
+  owner_.drain();
+  clock_.advance_ms(6);
+  queue_.process_timers();  // the timeout of 20 counts from the queue's making, as does the delay
+  EXPECT_EQ(runs_.take(), Marks{1});
+}
+
+TEST_F(ForeignThread, CancelledTimerMayStillRunOnce) {
+  const int id = queue_.add_timer(runs_.mark(1), 20, 20);
+  owner_.drain();
+  queue_.cancel_timer(id);
+  clock_.advance_ms(20);
+  queue_.process_timers();
+  EXPECT_EQ(runs_.take(), Marks{1});
+  owner_.drain();
+  clock_.advance_ms(20);
+  queue_.process_timers();
+  EXPECT_EQ(runs_.take(), Marks{});
+}
+
+TEST_F(ForeignThread, TimerCancelledBeforeItIsFiledNeverRuns) {
+  queue_.cancel_timer(queue_.add_timer(runs_.mark(1), 20, 0));
+  owner_.drain();
+  clock_.advance_ms(100);
+  queue_.process_timers();
+  EXPECT_EQ(runs_.take(), Marks{});
+}
+
+TEST_F(ForeignThread, IsLoggedAsSuch) {
+  const LogCapture log;
+  const int id = queue_.add_timer(runs_.mark(1), -3, 40);
+  queue_.cancel_timer(id);
+  const std::string tail = "current tid " + thread_text(pthread_self()) + ", thread_id 0";
+  EXPECT_EQ(
+      log.count(2, "add_timer id: " + std::to_string(id) + ", delay: 1, interval: 40, " + tail), 1);
+  EXPECT_EQ(log.count(2, "cancel_timer id: " + std::to_string(id) + ", " + tail), 1);
+}
+
+}  // namespace
