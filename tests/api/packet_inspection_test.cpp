@@ -1,0 +1,249 @@
+// tarn_check_packet and tarn_read_packet_conv: datagrams without a session.
+#include <rapidcheck.h>
+
+#include "tests/support/session_fixture.h"
+
+using namespace tarn_test;
+
+namespace {
+
+constexpr unsigned kNotOurs = 0xFFFFFFFF;
+
+int check(Bytes bytes) {
+  // From a buffer of exactly this size, for the address sanitizer.
+  bytes.shrink_to_fit();
+  return tarn_check_packet(reinterpret_cast<char*>(bytes.data()), static_cast<int>(bytes.size()));
+}
+
+unsigned read_conv(Bytes bytes) {
+  bytes.shrink_to_fit();
+  return tarn_read_packet_conv(reinterpret_cast<char*>(bytes.data()),
+                               static_cast<int>(bytes.size()));
+}
+
+}  // namespace
+
+TEST(CheckPacket, FirstReliableMessageIs0) {
+  EXPECT_EQ(check({'$', 0, 0x03, 0x00, 0x05, 0x00, 0x00, 'a', 'b', 'c'}), 0);
+}
+
+TEST(CheckPacket, LaterReliableMessageIs1) {
+  EXPECT_EQ(check({'$', 0, 0x03, 0x00, 0x05, 0x00, 0x01, 'a', 'b', 'c'}), 1);
+}
+
+TEST(CheckPacket, FirstPieceOfTheFirstMessageIs0) {
+  EXPECT_EQ(check(datagram({reliable(0, {1}, kFirst)})), 0);
+}
+
+TEST(CheckPacket, ConvFirstIs1) { EXPECT_EQ(check(datagram({conv(0), reliable(0, {1})})), 1); }
+
+TEST(CheckPacket, AnyOtherKnownSegmentIs1) {
+  for (const int type : {1, 2, 3, 4, 6}) {
+    EXPECT_EQ(check(datagram({segment(type, 3, {})})), 1) << type;
+  }
+}
+
+TEST(CheckPacket, UnknownSegmentIsMinus1) {
+  for (int type = 0; type < 64; ++type) {
+    const bool known = type <= 6 && type != 5;
+    EXPECT_EQ(check(datagram({segment(type, 3, {0, 9})})) == -1, !known) << type;
+  }
+}
+
+TEST(CheckPacket, LooksAtTheFirstSegmentOnly) {
+  EXPECT_EQ(check(concat({datagram({reliable(0, {1})}), {0xFF, 0xFF, 0xFF, 0xFF}})), 0);
+}
+
+TEST(CheckPacket, AcceptsTheOtherMagic) {
+  Bytes bytes = datagram({reliable(0, {1})});
+  bytes[0] = '#';
+  EXPECT_EQ(check(bytes), 0);
+}
+
+TEST(CheckPacket, RefusesEveryOtherMagic) {
+  for (int magic = 0; magic < 256; ++magic) {
+    Bytes bytes = datagram({reliable(0, {1})});
+    bytes[0] = static_cast<unsigned char>(magic);
+    EXPECT_EQ(check(bytes) != -1, magic == '#' || magic == '$') << magic;
+  }
+}
+
+TEST(CheckPacket, OtherVersionIsLoggedAndAccepted) {
+  const LogCapture log;
+  Bytes bytes = datagram({reliable(0, {1})});
+  bytes[1] = 7;
+
+  EXPECT_EQ(check(bytes), 0);
+  EXPECT_EQ(log.count(2, "not match version 7"), 1);
+}
+
+TEST(CheckPacket, NothingIsMinus1WithoutALog) {
+  const LogCapture log;
+  char byte = '$';
+
+  EXPECT_EQ(tarn_check_packet(&byte, 0), -1);
+  EXPECT_EQ(tarn_check_packet(&byte, -1), -1);
+  EXPECT_EQ(tarn_check_packet(nullptr, 0), -1);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(CheckPacket, NullWithALengthIsRefused) { EXPECT_EQ(tarn_check_packet(nullptr, 20), -1); }
+
+TEST(CheckPacket, OneByteLogsTheHeaderLength) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$'}), -1);
+  EXPECT_EQ(log.count(5, "error tarn header len 1"), 1);
+}
+
+TEST(CheckPacket, WrongMagicIsLogged) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'A', 0, 0x03, 0x00, 0x03, 0x00, 0x00, 1}), -1);
+  EXPECT_EQ(log.count(5, "error magic A"), 1);
+}
+
+TEST(CheckPacket, HeaderAloneLogsTheSegmentLength) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$', 0}), -1);
+  EXPECT_EQ(log.count(2, "error tarn segment len 0"), 1);
+}
+
+TEST(CheckPacket, OneByteAfterTheHeaderLogsTheSegmentLength) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$', 0, 0x03}), -1);
+  EXPECT_EQ(log.count(2, "error tarn segment len 1"), 1);
+}
+
+TEST(CheckPacket, TwoBytesAfterTheHeaderLogTheTypeFirst) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$', 0, 63 << 2, 0}), -1);
+  EXPECT_EQ(log.count(2, "error segment type 63"), 1);
+  EXPECT_EQ(log.count_containing("error tarn segment len"), 0);
+}
+
+TEST(CheckPacket, TwoBytesAfterTheHeaderOfAKnownTypeLogTheLength) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$', 0, 0x03, 0}), -1);
+  EXPECT_EQ(log.count(2, "error tarn segment len 2"), 1);
+}
+
+TEST(CheckPacket, SegmentLongerThanTheDatagramIsLogged) {
+  const LogCapture log;
+
+  EXPECT_EQ(check({'$', 0, 0x03, 0x01, 0x00, 0x00, 0x00}), -1);
+  EXPECT_EQ(log.count(2, "error segment len 256"), 1);
+}
+
+TEST(CheckPacket, ReliableSegmentWithoutANumberIsMinus1) {
+  EXPECT_EQ(check(datagram({reliable(0, {})})), 0);
+  EXPECT_EQ(check(datagram({segment(kReliable, 3, {0})})), -1);
+  EXPECT_EQ(check(datagram({segment(kReliable, 3, {})})), -1);
+}
+
+TEST(CheckPacket, ReadsNoNumberFromTheNextSegment) {
+  EXPECT_EQ(check(datagram({segment(kReliable, 3, {0}), una(0)})), -1);
+}
+
+TEST(ReadPacketConv, FindsTheConvBehindOtherSegments) {
+  EXPECT_EQ(read_conv(datagram({una(3), unreliable({1}), conv(0x01020304), conv(5)})), 0x01020304u);
+}
+
+TEST(ReadPacketConv, Is0WithoutAConvSegment) {
+  EXPECT_EQ(read_conv(datagram({reliable(0, {1})})), 0u);
+  EXPECT_EQ(read_conv(datagram({})), 0u);
+}
+
+TEST(ReadPacketConv, Is0WhenABadSegmentComesFirst) {
+  EXPECT_EQ(read_conv(datagram({segment(kHeartbeat, 3, {}), conv(5)})), 0u);
+}
+
+TEST(ReadPacketConv, TakesAConvSegmentUnder4BytesForABadOne) {
+  for (size_t size = 0; size < 4; ++size) {
+    EXPECT_EQ(read_conv(datagram({segment(kConv, 3, Bytes(size, 1)), conv(5)})), 0u) << size;
+  }
+}
+
+TEST(ReadPacketConv, ReadsTheFirst4BytesOfALongerConvSegment) {
+  EXPECT_EQ(read_conv(datagram({segment(kConv, 3, {0, 0, 0, 8, 9, 9})})), 8u);
+}
+
+TEST(ReadPacketConv, RefusesWhatHasNoHeader) {
+  char byte = '$';
+  EXPECT_EQ(read_conv({'$'}), kNotOurs);
+  EXPECT_EQ(read_conv({'A', 0, 0x1B, 0x00, 0x04, 0, 0, 0, 5}), kNotOurs);
+  EXPECT_EQ(tarn_read_packet_conv(&byte, 0), kNotOurs);
+  EXPECT_EQ(tarn_read_packet_conv(&byte, -1), kNotOurs);
+  EXPECT_EQ(tarn_read_packet_conv(nullptr, 0), kNotOurs);
+  EXPECT_EQ(tarn_read_packet_conv(nullptr, 20), kNotOurs);
+}
+
+TEST(ReadPacketConv, AcceptsTheOtherMagicAndVersion) {
+  const LogCapture log;
+  Bytes bytes = datagram({conv(5)});
+  bytes[0] = '#';
+  bytes[1] = 200;
+
+  EXPECT_EQ(read_conv(bytes), 5u);
+  EXPECT_EQ(log.count(2, "not match version 200"), 1);
+}
+
+namespace {
+
+bool has_header(const Bytes& in) { return in.size() >= 2 && (in[0] == '#' || in[0] == '$'); }
+
+// The end of the segment at `at`, or 0 when there is no good one.
+size_t segment_end(const Bytes& in, size_t at) {
+  if (at + 3 > in.size()) return 0;
+  const int type = in[at] >> 2;
+  const size_t end = at + 3 + (in[at + 1] << 8 | in[at + 2]);
+  return type > 6 || type == 5 || end > in.size() ? 0 : end;
+}
+
+int expected_check(const Bytes& in) {
+  if (!has_header(in) || segment_end(in, 2) == 0) return -1;
+  if (in[2] >> 2 != kReliable) return 1;
+  if (segment_end(in, 2) < 7) return -1;
+  return in[5] == 0 && in[6] == 0 ? 0 : 1;
+}
+
+unsigned expected_conv(const Bytes& in) {
+  if (!has_header(in)) return kNotOurs;
+  for (size_t at = 2, end; (end = segment_end(in, at)) != 0; at = end) {
+    if (in[at] >> 2 != kConv) continue;
+    if (end - at < 7) return 0;
+    return static_cast<unsigned>(in[at + 3]) << 24 | in[at + 4] << 16 | in[at + 5] << 8 |
+           in[at + 6];
+  }
+  return 0;
+}
+
+}  // namespace
+
+TEST(PacketInspection, AgreesWithAPlainReadingOfAnyBytes) {
+  // Small values make segments that fit; the rest is arbitrary.
+  const auto byte = rc::gen::weightedOneOf<unsigned char>(
+      {{6, rc::gen::inRange<unsigned char>(0, 30)}, {1, rc::gen::arbitrary<unsigned char>()}});
+  rc::check("both calls", [&byte] {
+    Bytes bytes = *rc::gen::container<Bytes>(byte);
+    if (*rc::gen::inRange(0, 8) != 0) bytes = datagram({bytes});
+    for (size_t at = 3; at < bytes.size() && at < 60; at += 8) {
+      if (*rc::gen::arbitrary<bool>()) bytes[at] = 0;
+    }
+    RC_ASSERT(check(bytes) == expected_check(bytes));
+    RC_ASSERT(read_conv(bytes) == expected_conv(bytes));
+  });
+}
+
+TEST(PacketInspection, EveryTruncationOfARealDatagramIsSafe) {
+  const Bytes whole = datagram({conv(5), una(1), ack({3, 4}), reliable(0, pattern(20)), bye()});
+  for (size_t size = 0; size <= whole.size(); ++size) {
+    const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+    EXPECT_EQ(check(cut), expected_check(cut)) << size;
+    EXPECT_EQ(read_conv(cut), expected_conv(cut)) << size;
+  }
+}

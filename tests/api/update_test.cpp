@@ -1,0 +1,185 @@
+// tarn_update and tarn_check_update_ms: the worker's timers seen and driven from outside.
+#include <atomic>
+#include <thread>
+
+#include "tests/support/session_fixture.h"
+
+using namespace tarn_test;
+
+using Update = SessionFixture;
+using CheckUpdateMs = SessionFixture;
+
+TEST_F(CheckUpdateMs, IsTheTimeToTheNextTimer) {
+  Endpoint a;
+  settle();
+  EXPECT_EQ(tarn_check_update_ms(), 30);
+}
+
+TEST_F(CheckUpdateMs, IsTheLeastOverAllPeriods) {
+  tarn_config_rtx_timeout(7);
+  Endpoint a;
+  settle();
+  EXPECT_EQ(tarn_check_update_ms(), 7);
+}
+
+TEST_F(CheckUpdateMs, IsMeasuredFromTheLastTurn) {
+  Endpoint a;
+  settle();
+
+  clock_.advance_ms(10);
+  tarn_update();
+
+  ASSERT_TRUE(wait_until([] {
+    tarn_update();
+    return tarn_check_update_ms() == 20;
+  }));
+}
+
+TEST_F(CheckUpdateMs, Is10000WithoutTimers) {
+  Endpoint a;
+  a.destroy();
+
+  // What was cancelled leaves the queue when it falls due.
+  EXPECT_TRUE(wait_until([this] {
+    clock_.advance_ms(20000);
+    tarn_update();
+    return tarn_check_update_ms() == 10000;
+  }));
+}
+
+TEST_F(Update, RunsDueTimersOnTheCallingThread) {
+  tarn_config_active_timeout(0xFFFFFFFF);
+  Endpoint a;
+  a.send("x");
+  settle();
+
+  // The worker may be quicker now and then.
+  EXPECT_TRUE(wait_until([&] {
+    clock_.advance_ms(120);
+    tarn_update();
+    return a.sent.last_thread() == std::this_thread::get_id() && a.sent.count() > 1;
+  }));
+}
+
+TEST_F(Update, RunsNothingThatIsNotDue) {
+  Endpoint a;
+  a.send("x");
+  settle();
+
+  for (int i = 0; i < 1000; ++i) tarn_update();
+
+  EXPECT_EQ(a.sent.count(), 1u);
+}
+
+TEST_F(Update, ReturnsAtOnceInsideATurn) {
+  struct Nested {
+    VirtualClock* clock;
+    std::atomic<int> depth{0};
+    std::atomic<int> deepest{0};
+    std::atomic<int> calls{0};
+    static int on_data(char*, int, void* self) {
+      auto* nested = static_cast<Nested*>(self);
+      const int depth = ++nested->depth;
+      if (depth > nested->deepest) nested->deepest = depth;
+      if (++nested->calls < 20) {
+        nested->clock->advance_ms(120);
+        tarn_update();
+      }
+      --nested->depth;
+      return 0;
+    }
+  } nested;
+  nested.clock = &clock_;
+  Endpoint a;
+  a.send("x");
+  tarn_set_output_callback(a.handle(), Nested::on_data, &nested);
+
+  advance(60);
+
+  EXPECT_TRUE(wait_until([&] { return nested.calls >= 20; }));
+  EXPECT_EQ(nested.deepest, 1);
+  a.destroy();
+}
+
+TEST_F(Update, InsideAnUpdateReturnsAtOnceToo) {
+  struct Nested {
+    std::atomic<int> depth{0};
+    std::atomic<int> deepest{0};
+    std::atomic<int> calls{0};
+    static int on_data(char*, int, void* self) {
+      auto* nested = static_cast<Nested*>(self);
+      const int depth = ++nested->depth;
+      if (depth > nested->deepest) nested->deepest = depth;
+      ++nested->calls;
+      tarn_update();
+      --nested->depth;
+      return 0;
+    }
+  } nested;
+  Endpoint a;
+  a.send("x");
+  tarn_set_output_callback(a.handle(), Nested::on_data, &nested);
+  settle();
+
+  EXPECT_TRUE(wait_until([&] {
+    clock_.advance_ms(120);
+    tarn_update();
+    return nested.calls >= 20;
+  }));
+
+  EXPECT_EQ(nested.deepest, 1);
+  a.destroy();
+}
+
+TEST_F(Update, FromAReceiveCallbackRunsTheTimersThere) {
+  struct Updater {
+    VirtualClock* clock;
+    static int on_data(char*, int, void* self) {
+      static_cast<Updater*>(self)->clock->advance_ms(120);
+      tarn_update();
+      return 0;
+    }
+  } updater{&clock_};
+  tarn_config_active_timeout(0xFFFFFFFF);
+  Endpoint a;
+  a.send("x");
+  tarn_set_recv_unreliable_callback(a.handle(), Updater::on_data, &updater);
+  settle();
+
+  EXPECT_TRUE(wait_until([&] {
+    a.input(datagram({unreliable({1})}));
+    return a.sent.count() > 1 && a.sent.last_thread() == std::this_thread::get_id();
+  }));
+}
+
+TEST_F(Update, NeverRunsBesideTheWorkersTurn) {
+  struct Watcher {
+    std::atomic<int> inside{0};
+    std::atomic<int> overlaps{0};
+    std::atomic<int> calls{0};
+    static int on_data(char*, int, void* self) {
+      auto* watcher = static_cast<Watcher*>(self);
+      if (++watcher->inside > 1) ++watcher->overlaps;
+      std::this_thread::yield();
+      --watcher->inside;
+      ++watcher->calls;
+      return 0;
+    }
+  } watcher;
+  tarn_config_active_timeout(0xFFFFFFFF);
+  Endpoint a;
+  a.send("x");
+  tarn_set_output_callback(a.handle(), Watcher::on_data, &watcher);
+  std::atomic<bool> done{false};
+  std::thread updater([&] {
+    while (!done) tarn_update();
+  });
+
+  for (int i = 0; i < 300; ++i) advance(120);
+
+  done = true;
+  updater.join();
+  EXPECT_GE(watcher.calls, 299);
+  EXPECT_EQ(watcher.overlaps, 0);
+  a.destroy();
+}
