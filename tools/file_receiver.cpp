@@ -1,0 +1,180 @@
+#include "tools/file_receiver.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/terminal.h"
+
+namespace tarn_tool {
+namespace {
+
+// Segments of the window that credit leaves to the other messages, of either end.
+constexpr unsigned kControlReserve = 8;
+// Bytes that one conversation may have queued, whatever sizes its sender asks for.
+constexpr std::uint64_t kMaxQueuedBytes = 16 << 20;
+// Credit is renewed when this part of it is used up: often enough that the sender never stands
+// still, seldom enough that the way back stays quiet.
+constexpr std::uint64_t kCreditParts = 8;
+
+}  // namespace
+
+FileReceiver::FileReceiver(Conversation& conversation, std::optional<std::string> output,
+                           const SessionSettings& settings, Report report)
+    : conversation_(conversation),
+      output_(std::move(output)),
+      window_(settings.window),
+      report_(std::move(report)) {}
+
+FileReceiver::~FileReceiver() {
+  if (sink_) sink_->discard();
+}
+
+void FileReceiver::on_message(std::string_view bytes, Conversation::Channel channel) {
+  if (outcome_) return;
+  const auto message = parse_message(bytes);
+  const bool may_overtake = message && (std::holds_alternative<Abort>(*message) ||
+                                        std::holds_alternative<Alive>(*message));
+  const bool fits = bytes.size() <= max_message_;
+  if (!fits || !message || (channel == Conversation::Channel::kUnreliable && !may_overtake)) {
+    fail_protocol("a malformed message");
+    return;
+  }
+  take(*message);
+}
+
+void FileReceiver::take(const Message& message) {
+  if (const auto* hello = std::get_if<Hello>(&message)) {
+    take_hello(*hello);
+  } else if (const auto* offer = std::get_if<Offer>(&message)) {
+    take_offer(*offer);
+  } else if (const auto* data = std::get_if<Data>(&message)) {
+    take_data(*data);
+  } else if (const auto* end = std::get_if<End>(&message)) {
+    take_end(*end);
+  } else if (const auto* abort = std::get_if<Abort>(&message)) {
+    fail(kPeerEnded, fmt::format("{} gave up: {}", conversation_.peer(), printable(abort->reason)),
+         false);
+  } else if (std::holds_alternative<Done>(message)) {
+    take_done();
+  } else if (!std::holds_alternative<Alive>(message)) {
+    fail_protocol("a receiver's message");
+  }
+}
+
+void FileReceiver::take_hello(const Hello& hello) {
+  if (phase_ != Phase::kGreeting) return fail_protocol("a second greeting");
+  const std::uint64_t windows = std::min(window_, std::max(hello.window, kMinWindow));
+  const std::uint64_t fitting = kMaxQueuedBytes / hello.mtu;
+  credit_span_ = std::max<std::uint64_t>(1, std::min(windows - kControlReserve, fitting));
+  max_message_ = hello.mtu;
+  phase_ = Phase::kBetweenFiles;
+}
+
+void FileReceiver::take_offer(const Offer& offer) {
+  if (phase_ != Phase::kBetweenFiles) return fail_protocol("a file out of turn");
+  if (!open_sink(offer)) return;
+  digest_.emplace();
+  progress_.emplace(printable(offer.name), offer.size, Clock::now());
+  got_ = End{};
+  phase_ = Phase::kReceiving;
+}
+
+bool FileReceiver::open_sink(const Offer& offer) {
+  if (sink_) return true;
+  std::string error;
+  sink_ = output_ ? FileSink::open(*output_, error) : FileSink::create(offer.name, error);
+  if (!sink_) fail(kFailure, error, true);
+  return sink_ != nullptr;
+}
+
+void FileReceiver::take_data(const Data& data) {
+  if (phase_ != Phase::kReceiving) return fail_protocol("data without a file");
+  if (++data_received_ > data_limit_) return fail_protocol("more than it had credit for");
+  digest_->update(data.bytes);
+  got_.size += data.bytes.size();
+  sink_->queue(std::string(data.bytes));
+}
+
+void FileReceiver::take_end(const End& end) {
+  if (phase_ != Phase::kReceiving) return fail_protocol("an end without a file");
+  announced_ = end;
+  got_.digest = digest_->finish();
+  phase_ = Phase::kEnding;
+}
+
+void FileReceiver::take_done() {
+  if (phase_ != Phase::kBetweenFiles) return fail_protocol("its farewell too early");
+  std::string error;
+  if (sink_ && !sink_->close(error)) {
+    fail(kFailure, error, false);
+  } else {
+    outcome_ = Outcome{worst_status_, "", false};
+  }
+}
+
+void FileReceiver::fail(int status, std::string text, bool tell_peer) {
+  if (!outcome_) outcome_ = Outcome{status, std::move(text), tell_peer};
+}
+
+void FileReceiver::fail_protocol(const char* what) {
+  fail(kPeerEnded, fmt::format("{} sent {}", conversation_.peer(), what), true);
+}
+
+void FileReceiver::pump(TimePoint now) {
+  if (outcome_) return;
+  std::string error;
+  if (sink_ && !sink_->flush(error)) return fail(kFailure, error, true);
+  if (phase_ == Phase::kEnding && sink_->queued() == 0) confirm_file(now);
+  if (!outcome_ && phase_ != Phase::kGreeting) grant_credit();
+}
+
+void FileReceiver::grant_credit() {
+  const std::uint64_t queued = sink_ ? sink_->queued() : 0;
+  const std::uint64_t limit = data_received_ - queued + credit_span_;
+  const std::uint64_t step = std::max<std::uint64_t>(1, credit_span_ / kCreditParts);
+  if (limit < data_limit_ + step || conversation_.room() <= kControlReserve / 2) return;
+  data_limit_ = limit;
+  conversation_.send(encode(Credit{limit}));
+}
+
+void FileReceiver::confirm_file(TimePoint now) {
+  if (conversation_.room() == 0) return;
+  const bool agreed = got_.size == announced_.size && got_.digest == announced_.digest;
+  const std::string name = printable(sink_->name());
+  if (!close_sink(agreed)) return;
+  conversation_.send(encode(Result{agreed, got_.size, got_.digest}));
+  progress_->update(got_.size, now);
+  report_(fmt::format("received {}: {} bytes, sha256 {}, {}", name, got_.size, to_hex(got_.digest),
+                      progress_->total_text(now)));
+  if (!agreed) {
+    worst_status_ = kMismatch;
+    report_(fmt::format("{} had announced {} bytes, sha256 {}", conversation_.peer(),
+                        announced_.size, to_hex(announced_.digest)));
+  }
+  phase_ = Phase::kBetweenFiles;
+}
+
+// Ends a file of its own; an output that all files share stays open for the next one.
+bool FileReceiver::close_sink(bool agreed) {
+  if (output_) return true;
+  std::string error;
+  const bool closed = sink_->close(error);
+  if (!closed || !agreed) sink_->discard();
+  sink_.reset();
+  if (!closed) fail(kFailure, error, true);
+  return closed;
+}
+
+int FileReceiver::waiting_fd() const {
+  return !outcome_ && sink_ && sink_->queued() > 0 ? sink_->fd() : -1;
+}
+
+std::string FileReceiver::status_text(TimePoint now) {
+  if (outcome_ || !progress_ || phase_ == Phase::kBetweenFiles) return "";
+  progress_->update(got_.size, now);
+  return progress_->text();
+}
+
+}  // namespace tarn_tool

@@ -1,0 +1,73 @@
+#ifndef TARN_TOOLS_TRANSFER_MESSAGE_H_
+#define TARN_TOOLS_TRANSFER_MESSAGE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "tools/digest.h"
+
+namespace tarn_tool {
+
+// What the two ends of a transfer tell each other. One byte of type, then numbers in big-endian
+// order and text that reaches to the end. Everything is reliable, but Abort and Alive, which have
+// to arrive while the reliable messages are stuck.
+//
+//   sender:    Hello  Offer Data* End  Offer Data* End ...  Done
+//   receiver:  Credit* Result (one per End)
+//   either:    Abort, Alive
+
+// Opens the conversation. Nothing else starts one.
+struct Hello {
+  std::uint32_t window = 0;  // segments
+  std::uint32_t mtu = 0;     // bytes in the largest message that follows
+};
+struct Offer {
+  std::optional<std::uint64_t> size;  // bytes; unknown for a stream
+  std::string name;                   // 1 to kMaxName bytes
+};
+// Only a view: good as long as the message that it was parsed from.
+struct Data {
+  std::string_view bytes;
+};
+struct End {
+  std::uint64_t size = 0;
+  Sha256 digest = {};
+};
+struct Done {};
+// The sender may have sent `limit` Data messages since the conversation began.
+struct Credit {
+  std::uint64_t limit = 0;
+};
+// What the receiver has got, and whether that is what End announced.
+struct Result {
+  bool agreed = false;
+  std::uint64_t size = 0;
+  Sha256 digest = {};
+};
+struct Abort {
+  std::string reason;  // at most kMaxReason bytes
+};
+struct Alive {};
+
+using Message = std::variant<Hello, Offer, Data, End, Done, Credit, Result, Abort, Alive>;
+
+constexpr std::size_t kMaxName = 200;
+constexpr std::size_t kMaxReason = 200;
+// Every message but Data fits into the smaller one; a greeting names nothing above the larger one.
+constexpr unsigned kMinMtu = 256;
+constexpr unsigned kMaxHelloMtu = 65535;
+// Bytes of Data that are not payload.
+constexpr std::size_t kDataHeadSize = 1;
+
+// The bytes of one message. Names and reasons that are too long are cut.
+std::string encode(const Message& message);
+
+// The message that `bytes` spell; nothing when they are malformed. Never reads outside of `bytes`.
+std::optional<Message> parse_message(std::string_view bytes);
+
+}  // namespace tarn_tool
+
+#endif  // TARN_TOOLS_TRANSFER_MESSAGE_H_
