@@ -24,13 +24,23 @@ class CallbackBase {
   // Calls the target with the arguments stored at construction.
   virtual void run() = 0;
 
+  // Begins to load the target object into the cache, to be written; nothing for a plain function.
+  void prefetch_target() const {
+    if (target_ == nullptr) return;
+    for (unsigned int line = 0; line < kPrefetchedLines; ++line) {
+      __builtin_prefetch(static_cast<const char*>(target_) + line * kCacheLine, 1);
+    }
+  }
+
   // Calls the target with all arguments given. Requires: A... are exactly the target's types.
   template <typename A1, typename... A>
   void run(A1 a1, A... a);
 
  protected:
-  // `signature` tells callbacks of different argument types apart.
-  explicit CallbackBase(const void* signature) : signature_(signature) {}
+  // `signature` tells callbacks of different argument types apart; `target` is the object of a
+  // member function.
+  explicit CallbackBase(const void* signature, const void* target = nullptr)
+      : signature_(signature), target_(target) {}
 
   template <typename... A>
   static const void* signature_of() {
@@ -39,7 +49,11 @@ class CallbackBase {
   }
 
  private:
+  static constexpr unsigned int kCacheLine = 64;
+  static constexpr unsigned int kPrefetchedLines = 3;
+
   const void* const signature_;
+  const void* const target_;
 };
 
 // A plain function without arguments. A null function does nothing.
@@ -114,7 +128,7 @@ template <typename T>
 class Method0Callback : public CallbackBase {
  public:
   Method0Callback(T* obj, void (T::*method)())
-      : CallbackBase(signature_of<>()), obj_(obj), method_(method) {}
+      : CallbackBase(signature_of<>(), obj), obj_(obj), method_(method) {}
 
   void run() override { (obj_->*method_)(); }
 
@@ -253,8 +267,7 @@ class Function {
   // Whether there is a callback to run.
   explicit operator bool() const { return static_cast<bool>(callback_); }
 
-  // The callback object, for log lines.
-  void* get() const { return callback_.get(); }
+  CallbackBase* get() const { return callback_.get(); }
 
  private:
   shared_ptr<CallbackBase> callback_;

@@ -190,6 +190,11 @@ void RecvWindow::log_una(bool taken, unsigned short una) {
   }
 }
 
+bool RecvWindow::has_feedback() const {
+  const oxutils::scoped_lock hold(lock_);
+  return (started && una_updated) || !ack_list.empty();
+}
+
 Feedback RecvWindow::take_feedback(unsigned long budget) {
   Feedback feedback;
   bool was_started = false;

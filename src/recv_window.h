@@ -41,6 +41,7 @@ class RecvWindow {
   // Delivers what the buffer holds of the run after the last number in order.
   void try_release_buffer() OX_EXCLUDES(lock_);
 
+  bool has_feedback() const OX_EXCLUDES(lock_);
   // Everything to report that fits into `budget` bytes, in one go: get_una, then get_ack.
   Feedback take_feedback(unsigned long budget) OX_EXCLUDES(lock_);
 

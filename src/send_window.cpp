@@ -37,7 +37,7 @@ SendWindow::SendWindow() {
 SendWindow::~SendWindow() = default;
 
 void SendWindow::set_resend_callback(oxutils::Function f) {
-  TARN_LOG_INFO("%p func: %p", static_cast<void*>(this), f.get());
+  TARN_LOG_INFO("%p func: %p", static_cast<void*>(this), static_cast<void*>(f.get()));
   const oxutils::scoped_lock hold(lock_);
   resend_callback_ = std::move(f);
 }
@@ -158,5 +158,5 @@ void SendWindow::log_resend(const Pass& pass, unsigned short seq) {
     size = buckets[pass.bucket].size();
   }
   TARN_LOG_INFO("%p resend data size: %u seq: %u func: %p", static_cast<void*>(this),
-                static_cast<unsigned int>(size), seq, pass.emit.get());
+                static_cast<unsigned int>(size), seq, static_cast<void*>(pass.emit.get()));
 }

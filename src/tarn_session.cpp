@@ -23,7 +23,7 @@ TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
   send_window_.set_resend_callback(resend_function);
   recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::recv_reliable));
   TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
-                static_cast<void*>(this), get_conv(), resend_function.get(),
+                static_cast<void*>(this), get_conv(), static_cast<void*>(resend_function.get()),
                 static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
 }
 
@@ -93,7 +93,16 @@ void TarnSession::active() {
   last_active_ = now;
 }
 
+// Whether a cycle would do nothing and tell nobody.
+bool TarnSession::is_cycle_idle() const {
+  if (TarnLog::instance()->enabled(TarnLog::LOG_ERROR) || recv_window_.has_feedback()) return false;
+  unsigned int last = 0;
+  unsigned int now = 0;
+  return silence(last, now) <= TarnConfig::instance()->active_timeout;
+}
+
 void TarnSession::cycle() {
+  if (is_cycle_idle()) return;
   // A callback may destroy the session, here and now.
   const oxutils::shared_ptr<TarnSession> hold = weak_this_.lock();
   cycle_feedback();

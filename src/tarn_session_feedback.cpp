@@ -51,14 +51,19 @@ void TarnSession::cycle_feedback() {
   emit(Bytes{payload.data(), size}, Bytes{nullptr, 0}, true);
 }
 
-void TarnSession::cycle_check_active() {
-  unsigned int last = 0;
+unsigned int TarnSession::silence(unsigned int& last, unsigned int& now) const {
   {
     const oxutils::scoped_lock hold(state_mutex_);
     last = last_active_;
   }
-  const unsigned int now = TarnTimerQueue::cur_tick();
-  const unsigned int diff = now - last;  // unsigned: the wrap of the tick does no harm
+  now = TarnTimerQueue::cur_tick();
+  return now - last;  // unsigned: the wrap of the tick does no harm
+}
+
+void TarnSession::cycle_check_active() {
+  unsigned int last = 0;
+  unsigned int now = 0;
+  const unsigned int diff = silence(last, now);
   if (diff <= TarnConfig::instance()->active_timeout) return;
   TARN_LOG_WARN("%p active check FAIL now %lu,last %lu diff %lu", static_cast<void*>(this),
                 static_cast<unsigned long>(now), static_cast<unsigned long>(last),

@@ -116,6 +116,15 @@ void TarnTimerQueue::process_timers() {
   periodic_timeout_ = timeout;
 }
 
+void TarnTimerQueue::prefetch_next(const Fifo& fifo) {
+  // Each step needs what the one before it has loaded, so they run one behind the other.
+  constexpr size_t kStep = 4;
+  if (fifo.size() <= 3 * kStep) return;
+  __builtin_prefetch(fifo[3 * kStep].get(), 1);
+  fifo[2 * kStep]->prefetch_callback();
+  fifo[kStep]->prefetch_target();
+}
+
 int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
   while (!fifo.empty()) {
     TarnTimer& front = *fifo.front();
@@ -125,6 +134,7 @@ int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
       fifo.pop_front();
       continue;
     }
+    prefetch_next(fifo);
     // Restarted first: the function sees its next expiration.
     front.restart();
     front.run();
