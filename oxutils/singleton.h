@@ -21,6 +21,9 @@ class singleton {
     return existing != nullptr ? existing : create();
   }
 
+  // The instance if it has been created, or null.
+  static T* existing() { return instance_.load(std::memory_order_acquire); }
+
   singleton(const singleton&) = delete;
   singleton& operator=(const singleton&) = delete;
 

@@ -40,7 +40,7 @@ void tarn_del_instance(void* handle) {
   tarn_set_error_callback(handle, nullptr, nullptr);
   tarn_set_recv_kcp_callback(handle, nullptr, nullptr);
   TARN_LOG_INFO("tarn %p del", handle);
-  TarnRegistry::instance().remove(handle);
+  tarn_sessions().remove(handle);
 }
 
 void tarn_destroy_later(void* handle) {

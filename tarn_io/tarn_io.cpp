@@ -1,0 +1,226 @@
+#include "tarn_io/tarn_io.h"
+
+#include <errno.h>
+
+#include <atomic>
+#include <utility>
+
+#include "src/tarn_registry.h"
+#include "tarn/tarn.h"
+#include "tarn_io/tarn_io_registry.h"
+#include "tarn_io/tarn_io_thread.h"
+#include "tarn_io/tarn_poller.h"
+
+namespace {
+
+constexpr int kMaxDatagram = 1500;
+
+void* next_number() {
+  static std::atomic<uintptr_t> last{0};
+  return reinterpret_cast<void*>(++last);
+}
+
+}  // namespace
+
+TarnIo::TarnIo(TarnSocket s) : number_(next_number()), sock_(std::move(s)) { sock_.async(); }
+
+void TarnIo::set_readable_callback(Callback callback, void* arg) {
+  bool pending = false;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    readable_ = {callback, arg};
+    if (callback != nullptr) pending = std::exchange(readable_pending_, false);
+  }
+  if (pending) callback(arg);
+}
+
+void TarnIo::set_writeable_callback(Callback callback, void* arg) {
+  bool pending = false;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    writeable_ = {callback, arg};
+    if (callback != nullptr) pending = std::exchange(writeable_pending_, false);
+  }
+  if (pending) callback(arg);
+}
+
+void TarnIo::set_error_callback(ErrorCallback callback, void* arg) {
+  int pending = 0;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    error_ = {callback, arg};
+    if (callback != nullptr) pending = std::exchange(error_pending_, 0);
+  }
+  if (pending != 0) callback(pending, arg);
+}
+
+int TarnIo::fd() const {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return sock_.fd();
+}
+
+// A watch that was handed over before the handle was destroyed, and comes after, finds no socket.
+void TarnIo::watch_read() {
+  const int watched = fd();
+  if (watched < 0) return;
+  TarnPoller::instance()->watch_read(watched, oxutils::Function(this, &TarnIo::trigger_read));
+}
+
+void TarnIo::watch_write() {
+  const int watched = fd();
+  if (watched < 0) return;
+  TarnPoller::instance()->watch_write(watched, oxutils::Function(this, &TarnIo::trigger_write));
+}
+
+void TarnIo::watch_error() {
+  const int watched = fd();
+  if (watched < 0) return;
+  TarnPoller::instance()->watch_error(watched, oxutils::Function(this, &TarnIo::trigger_error));
+}
+
+void TarnIo::unwatch_read() { TarnPoller::instance()->unwatch_read(fd()); }
+void TarnIo::unwatch_write() { TarnPoller::instance()->unwatch_write(fd()); }
+void TarnIo::unwatch_error() { TarnPoller::instance()->unwatch_error(fd()); }
+
+void TarnIo::trigger_read() {
+  // The callback may destroy the handle and go on running for longer than it is kept.
+  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
+  // At its end a stream would stay readable for ever.
+  if (!read_stream()) unwatch_read();
+  Slot<Callback> readable;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    readable = readable_;
+    readable_pending_ = readable.function == nullptr;
+  }
+  if (readable.function != nullptr) readable.function(readable.arg);
+}
+
+bool TarnIo::read_stream() {
+  const oxutils::scoped_lock hold(socket_lock_);
+  if (sock_.protocol() != TarnSocket::TCP) return true;
+  if (is_peeked_) {
+    peeked_ = sock_.detach_buffer();
+    is_peeked_ = false;
+  }
+  const int count = sock_.read_all();
+  const int error = TarnSocket::last_error();
+  return count > 0 || (count < 0 && (error == EAGAIN || error == EINTR));
+}
+
+void TarnIo::trigger_write() {
+  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
+  Slot<Callback> writeable;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    writeable = writeable_;
+    writeable_pending_ = writeable.function == nullptr;
+  }
+  if (writeable.function != nullptr) writeable.function(writeable.arg);
+}
+
+void TarnIo::trigger_error() {
+  const int error = TarnSocket::last_error();
+  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
+  Slot<ErrorCallback> callback;
+  int pending = 0;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    callback = error_;
+    if (callback.function == nullptr) error_pending_ = error;
+    pending = error_pending_;
+  }
+  // The code remembered, not the present one.
+  if (callback.function != nullptr) callback.function(pending, callback.arg);
+}
+
+bool TarnIo::attach(void* session) {
+  const oxutils::shared_ptr<TarnSession> attached = tarn_get_instance(session);
+  if (!attached) return false;
+  const oxutils::shared_ptr<TarnIo> registered = weak_this_.lock();
+  if (registered) {
+    attached->set_output_callback(&TarnIo::output_numbered, number_);
+  } else {
+    attached->set_output_callback(&TarnIo::tarn_output, this);
+  }
+  // A remembered datagram goes to the session that was attached before.
+  set_readable_callback(&TarnIo::on_tarn_input, this);
+  session_ = session;
+  TarnIoThread::instance()->run(oxutils::Function(this, &TarnIo::watch_read));
+  return true;
+}
+
+bool TarnIo::begin_destroy() {
+  const oxutils::scoped_lock hold(lock_);
+  return !std::exchange(destroyed_, true);
+}
+
+void TarnIo::close() {
+  TarnIoThread* const thread = TarnIoThread::instance();
+  thread->wait(oxutils::Function(this, &TarnIo::unwatch_read));
+  thread->wait(oxutils::Function(this, &TarnIo::unwatch_write));
+  thread->wait(oxutils::Function(this, &TarnIo::unwatch_error));
+  release_socket().close();
+}
+
+// From now on the object has no descriptor.
+TarnSocket TarnIo::release_socket() {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return sock_.release();
+}
+
+int TarnIo::tarn_output(char* data, int len, void* user) {
+  static_cast<TarnIo*>(user)->write(data, len);
+  return 0;
+}
+
+int TarnIo::output_numbered(char* data, int len, void* number) {
+  const oxutils::shared_ptr<TarnIo> io = tarn_get_numbered_io(number);
+  return io ? tarn_output(data, len, io.get()) : 0;
+}
+
+void TarnIo::on_tarn_input(void* io) {
+  auto* const self = static_cast<TarnIo*>(io);
+  char datagram[kMaxDatagram];
+  const int len = self->read(datagram, kMaxDatagram);
+  if (len >= 1) tarn_input(self->session_, datagram, len);
+}
+
+int TarnIo::read(char* buf, int len) {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return sock_.read(buf, len);
+}
+
+int TarnIo::write(const char* data, int len) {
+  int result = 0;
+  int fd = 0;
+  int error = 0;
+  {
+    // Against close(): another socket may have the number right after.
+    const oxutils::scoped_lock hold(socket_lock_);
+    fd = sock_.fd();
+    result = sock_.try_send(data, static_cast<size_t>(len));
+    error = TarnSocket::last_error();
+  }
+  if (result < 0) TarnSocket::log_send_failure(fd, error);
+  return result;
+}
+
+int TarnIo::peek_size() {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return sock_.readable_len();
+}
+
+char* TarnIo::peek_data() {
+  const oxutils::scoped_lock hold(socket_lock_);
+  peeked_ = TcpBuffer(0);
+  is_peeked_ = true;
+  return sock_.peek();
+}
+
+void TarnIo::consume(int len) {
+  const oxutils::scoped_lock hold(socket_lock_);
+  peeked_ = TcpBuffer(0);
+  is_peeked_ = false;
+  sock_.consume(len);
+}

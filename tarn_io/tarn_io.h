@@ -1,0 +1,113 @@
+// TarnIo: one non-blocking socket that the I/O thread watches.
+#ifndef TARN_TARN_IO_TARN_IO_H_
+#define TARN_TARN_IO_TARN_IO_H_
+
+#include <stdint.h>
+
+#include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
+#include "oxutils/smart_ptr/enable_shared_from_this.h"
+#include "oxutils/smart_ptr/shared_ptr.h"
+#include "tarn_io/tarn_socket.h"
+#include "tarn_io/tcp_buffer.h"
+
+// Turns the poller's events into the application's callbacks, remembers an event that came before
+// its callback, and can serve a session. Owned by the registry of handles from creation to 500 ms
+// after it was closed, and by whoever is calling out on its behalf.
+//
+// Threads: watch_*, unwatch_* and trigger_* run on the I/O thread; everything else on any. lock_
+// guards callbacks and remembered events, socket_lock_ the socket and its buffer; neither is held
+// while a callback runs. The destructor closes nothing.
+class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
+ public:
+  using Callback = void (*)(void*);
+  using ErrorCallback = void (*)(int, void*);
+
+  // Makes the descriptor non-blocking.
+  explicit TarnIo(TarnSocket s);
+  TarnIo(const TarnIo&) = delete;
+  TarnIo& operator=(const TarnIo&) = delete;
+
+  // Store the callback; one that is not null gets the event remembered for it at once, on the
+  // calling thread.
+  void set_readable_callback(Callback callback, void* arg) OX_EXCLUDES(lock_);
+  void set_writeable_callback(Callback callback, void* arg) OX_EXCLUDES(lock_);
+  void set_error_callback(ErrorCallback callback, void* arg) OX_EXCLUDES(lock_);
+
+  void watch_read();
+  void watch_write();
+  void watch_error();
+  void unwatch_read();
+  void unwatch_write();
+  void unwatch_error();
+
+  // The poller's events.
+  void trigger_read() OX_EXCLUDES(lock_, socket_lock_);
+  void trigger_write() OX_EXCLUDES(lock_);
+  void trigger_error() OX_EXCLUDES(lock_);
+
+  // Serves the session of this handle from now on. False for a bad handle.
+  bool attach(void* session) OX_EXCLUDES(lock_);
+  // Stops watching and closes the socket; later calls do nothing. Not while a lock is held that a
+  // callback may want, since it waits for the I/O thread.
+  void close() OX_EXCLUDES(socket_lock_);
+  // True for the first caller alone.
+  bool begin_destroy() OX_EXCLUDES(lock_);
+
+  // An output callback that sends on the TarnIo given as `user`.
+  static int tarn_output(char* data, int len, void* user);
+  // A readable callback that passes one datagram to the session of the TarnIo given as `io`.
+  static void on_tarn_input(void* io);
+
+  // Of the object's own buffer, which nothing fills.
+  int readable_len() const { return static_cast<int>(buffer_.readable_bytes()); }
+  char* peek() { return buffer_.peek(); }
+  int read(char* buf, int len) OX_EXCLUDES(socket_lock_);
+  int write(const char* data, int len) OX_EXCLUDES(socket_lock_);
+  // Unsynchronised; for whoever owns the object alone.
+  TarnSocket& get_sock() OX_NO_TSA { return sock_; }
+
+  // Tells this object from every other one that ever was.
+  void* number() const { return number_; }
+
+  // The socket's datagram or buffer, as tarn_peek_size(), tarn_peek() and tarn_consume() show it.
+  int peek_size() OX_EXCLUDES(socket_lock_);
+  char* peek_data() OX_EXCLUDES(socket_lock_);
+  void consume(int len) OX_EXCLUDES(socket_lock_);
+
+ private:
+  template <typename Fn>
+  struct Slot {
+    Fn function = nullptr;
+    void* arg = nullptr;
+  };
+
+  // An output callback whose `user` is the number of an object that may be gone.
+  static int output_numbered(char* data, int len, void* number);
+  // False at the end of the stream.
+  bool read_stream() OX_EXCLUDES(socket_lock_);
+  TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
+  int fd() const OX_EXCLUDES(socket_lock_);
+
+  void* const number_;
+
+  mutable oxutils::mutex lock_;
+  Slot<Callback> readable_ OX_GUARDED_BY(lock_);
+  Slot<Callback> writeable_ OX_GUARDED_BY(lock_);
+  Slot<ErrorCallback> error_ OX_GUARDED_BY(lock_);
+  bool readable_pending_ OX_GUARDED_BY(lock_) = false;
+  bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
+  int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno
+  bool destroyed_ OX_GUARDED_BY(lock_) = false;
+  oxutils::relaxed<void*> session_{nullptr};
+
+  mutable oxutils::mutex socket_lock_;
+  TarnSocket sock_ OX_GUARDED_BY(socket_lock_);
+  // Bytes that the application still looks at while the socket's buffer goes on.
+  TcpBuffer peeked_ OX_GUARDED_BY(socket_lock_);
+  bool is_peeked_ OX_GUARDED_BY(socket_lock_) = false;
+
+  TcpBuffer buffer_;
+};
+
+#endif  // TARN_TARN_IO_TARN_IO_H_

@@ -1,0 +1,17 @@
+// The registry of I/O handles.
+#ifndef TARN_TARN_IO_TARN_IO_REGISTRY_H_
+#define TARN_TARN_IO_TARN_IO_REGISTRY_H_
+
+#include "oxutils/smart_ptr/shared_ptr.h"
+#include "tarn_io/tarn_io.h"
+
+// Makes and registers an I/O object; its handle is its address.
+oxutils::shared_ptr<TarnIo> tarn_add_io(const TarnSocket& socket);
+// A counted reference, or nothing for a bad handle.
+oxutils::shared_ptr<TarnIo> tarn_get_io(void* handle);
+// The same by TarnIo::number(), which no later object has, unlike an address.
+oxutils::shared_ptr<TarnIo> tarn_get_numbered_io(void* number);
+// Drops the registry's reference.
+void tarn_remove_io(void* handle);
+
+#endif  // TARN_TARN_IO_TARN_IO_REGISTRY_H_

@@ -1,0 +1,66 @@
+// TarnIoThread: the thread that drives every socket of the library.
+#ifndef TARN_TARN_IO_TARN_IO_THREAD_H_
+#define TARN_TARN_IO_TARN_IO_THREAD_H_
+
+#include <pthread.h>
+
+#include <vector>
+
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
+#include "oxutils/sem.h"
+#include "oxutils/singleton.h"
+#include "oxutils/smart_ptr/unique_ptr.h"
+#include "oxutils/thread.h"
+#include "src/tarn_thread_base.h"
+#include "tarn_io/tarn_wake_up.h"
+
+// One per process, running as soon as it exists, that is from the first call that needs it on. It
+// polls, then runs what was handed over, in turns. It has no timers. Any thread may call any
+// operation. The process's instance lives for ever.
+class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThread> {
+ public:
+  TarnIoThread();
+  // Ends and joins the thread. Not on the thread itself.
+  ~TarnIoThread() override;
+
+  void start() override;
+  // The loop ends after its current pass. Does not wait for that.
+  void stop() override;
+  pthread_t get_tid() override;
+  // Without waiting; inline on the thread itself, and on the caller once the loop has ended.
+  void run(oxutils::Function f) override;
+  void wait(oxutils::Function f) override;
+  // There is no timer queue: these return 0 and drop the function.
+  int run_every(int interval, oxutils::Function f) override;
+  int run_after(int delay, oxutils::Function f) override;
+  int run_at(int tick, oxutils::Function f) override;
+  void cancel_timer(int id) override;
+  int get_timeout() override;
+  void update() override;
+
+  // The thread's body.
+  void func();
+  // I/O thread only. Runs what has been handed over so far; later arrivals wait for the next pass.
+  void do_pendings();
+
+ private:
+  bool hand_over(oxutils::Function& f) OX_EXCLUDES(lock_);
+  void loop();
+  void end_loop() OX_EXCLUDES(lock_);
+  void wake();
+
+  oxutils::mutex lock_;  // guards the pending list and whether anything will still look at it
+  oxutils::unique_ptr<oxutils::thread> thread_;
+  TarnWakeUp wake_up_;
+  std::vector<oxutils::Function> pendings_ OX_GUARDED_BY(lock_);
+  bool ended_ OX_GUARDED_BY(lock_) = false;
+  oxutils::relaxed<int> running_{0};
+  oxutils::relaxed<pthread_t> tid_;  // of the constructing thread until the thread has started
+};
+
+// Calls `f`, then posts `done`.
+void tarn_io_wait_func(oxutils::sem* done, oxutils::Function f);
+
+#endif  // TARN_TARN_IO_TARN_IO_THREAD_H_

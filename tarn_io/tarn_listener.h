@@ -1,0 +1,45 @@
+// TarnListener: a bound socket that turns each new peer into an I/O handle.
+#ifndef TARN_TARN_IO_TARN_LISTENER_H_
+#define TARN_TARN_IO_TARN_LISTENER_H_
+
+#include "oxutils/relaxed.h"
+#include "oxutils/smart_ptr/enable_shared_from_this.h"
+#include "src/callback_slot.h"
+#include "tarn_io/tarn_socket.h"
+
+// Base of the UDP and the TCP listener, which watch the socket from their construction on. Owned by
+// the registry of listeners until it is stopped, and by on_read while that runs. Started on any
+// thread, read on the I/O thread.
+class TarnListener : public oxutils::enable_shared_from_this<TarnListener> {
+ public:
+  using NewConnCallback = void (*)(void* io, void* arg);
+
+  explicit TarnListener(const TarnSocket& s) : sock_(s) {}
+  // Derived classes stop() in theirs, while on_read still has an object.
+  virtual ~TarnListener() = default;
+  TarnListener(const TarnListener&) = delete;
+  TarnListener& operator=(const TarnListener&) = delete;
+
+  void set_new_conn_callback(NewConnCallback callback, void* arg) {
+    new_conn_cb_.set(callback, arg);
+  }
+  // Binds the port and, for TCP, listens. False, and logged, when that fails.
+  bool listen(unsigned short port);
+  // Stops watching, lets the I/O thread finish with this listener, and closes the socket. Again:
+  // nothing.
+  void stop();
+
+ protected:
+  // Hands a new peer's socket to the application; closes it if there is nobody to take it.
+  void hand_over(const TarnSocket& peer);
+
+  bool is_stopped() const { return sock_.fd() < 0; }
+
+  TarnSocket sock_;
+  oxutils::relaxed<unsigned short> port_{0};  // 0 until it is bound
+
+ private:
+  CallbackSlot<NewConnCallback> new_conn_cb_;
+};
+
+#endif  // TARN_TARN_IO_TARN_LISTENER_H_

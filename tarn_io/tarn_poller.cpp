@@ -1,0 +1,226 @@
+#include "tarn_io/tarn_poller.h"
+
+#include <limits.h>
+#include <sys/socket.h>
+#include <time.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "src/tarn_log.h"
+
+namespace {
+
+int64_t monotonic_ms() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
+}
+
+}  // namespace
+
+// The instance outlives everything: the I/O thread polls until the process is gone.
+TarnPoller::TarnPoller() { free_ = true; }
+
+TarnPoller::~TarnPoller() = default;
+
+void TarnPoller::watch_read(int fd, oxutils::Function f) {
+  store(fd, &EventHandler::read_func, std::move(f));
+}
+
+void TarnPoller::watch_write(int fd, oxutils::Function f) {
+  store(fd, &EventHandler::write_func, std::move(f));
+}
+
+void TarnPoller::watch_error(int fd, oxutils::Function f) {
+  store(fd, &EventHandler::error_func, std::move(f));
+}
+
+void TarnPoller::unwatch_read(int fd) { store(fd, &EventHandler::read_func, oxutils::Function()); }
+
+void TarnPoller::unwatch_write(int fd) {
+  store(fd, &EventHandler::write_func, oxutils::Function());
+}
+
+void TarnPoller::unwatch_error(int fd) {
+  store(fd, &EventHandler::error_func, oxutils::Function());
+}
+
+void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
+  {
+    const oxutils::scoped_lock hold(lock_);
+    EventHandler& handler = handlers_[fd];
+    std::swap(handler.*slot, f);
+    handler.muted = false;
+  }
+  wake();  // the replaced function goes with no lock held
+}
+
+void TarnPoller::pause_read(int fd, int ms) {
+  const oxutils::scoped_lock hold(lock_);
+  const auto found = handlers_.find(fd);
+  if (found != handlers_.end()) found->second.read_paused_until = monotonic_ms() + ms;
+}
+
+void TarnPoller::set_waker(oxutils::Function f) {
+  const oxutils::scoped_lock hold(lock_);
+  waker_ = std::move(f);
+}
+
+void TarnPoller::wake() {
+  oxutils::Function waker;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    if (pthread_equal(polling_thread_, pthread_self()) != 0) return;
+    waker = waker_;
+  }
+  if (waker) waker();
+}
+
+short TarnPoller::get_events_flag(EventHandler& handler) {
+  int events = 0;
+  if (handler.read_func) events |= POLLIN;
+  if (handler.write_func) events |= POLLOUT;
+  if (handler.error_func) events |= POLLERR;
+  return static_cast<short>(events);
+}
+
+// Drops descriptors without live slots. False when there were none at all.
+bool TarnPoller::collect(std::vector<pollfd>& fds, int& timeout) {
+  const oxutils::scoped_lock hold(lock_);
+  polling_thread_ = pthread_self();
+  if (handlers_.empty()) return false;
+  fds.reserve(handlers_.size());
+  for (auto each = handlers_.begin(); each != handlers_.end();) {
+    EventHandler& handler = each->second;
+    short events = get_events_flag(handler);
+    if (events == 0) {
+      each = handlers_.erase(each);
+      continue;
+    }
+    if (handler.read_paused_until != 0) {
+      const int64_t left = handler.read_paused_until - monotonic_ms();
+      if (left > 0) {
+        events = static_cast<short>(events & ~POLLIN);
+        timeout = static_cast<int>(std::min<int64_t>(timeout, left));
+      } else {
+        handler.read_paused_until = 0;
+      }
+    }
+    if (!handler.muted) fds.push_back({each->first, events, 0});
+    ++each;
+  }
+  return true;
+}
+
+bool TarnPoller::poll(unsigned int timeout) {
+  std::vector<pollfd> fds;
+  int wait = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
+  if (!collect(fds, wait)) return false;
+  // An interrupted or failed call yields no events.
+  ::poll(fds.data(), static_cast<nfds_t>(fds.size()), wait);
+  for (const pollfd& each : fds) {
+    if (each.revents > 0 && !handle_event(each.fd, each.revents)) silence(each.fd, each.revents);
+  }
+  return true;
+}
+
+// Runs a copy of the function: it may unwatch or replace its own slot meanwhile.
+bool TarnPoller::run(int fd, Slot slot) {
+  oxutils::Function f;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    const auto found = handlers_.find(fd);
+    if (found == handlers_.end()) return false;
+    f = found->second.*slot;
+  }
+  if (!f) return false;
+  f();
+  return true;
+}
+
+// Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone.
+bool TarnPoller::run_write(int fd) {
+  if (!run(fd, &EventHandler::write_func)) return false;
+  oxutils::Function old;
+  const oxutils::scoped_lock hold(lock_);
+  const auto found = handlers_.find(fd);
+  if (found != handlers_.end()) std::swap(found->second.write_func, old);
+  return true;
+}
+
+// These events come whatever is polled for, again and again. A pending error goes when it is read.
+void TarnPoller::silence(int fd, short revents) {
+  if ((revents & (POLLHUP | POLLERR | POLLNVAL)) == 0) return;
+  int error = 0;
+  socklen_t size = sizeof error;
+  const bool has_error = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
+  if (has_error && (revents & (POLLHUP | POLLNVAL)) == 0) return;
+  const oxutils::scoped_lock hold(lock_);
+  const auto found = handlers_.find(fd);
+  if (found != handlers_.end()) found->second.muted = true;
+}
+
+bool TarnPoller::handle_event(int fd, short revents) {
+  bool taken = false;
+  if ((revents & POLLHUP) != 0 && (revents & POLLIN) == 0) {
+    taken |= run(fd, &EventHandler::error_func);
+  }
+  if ((revents & (POLLERR | POLLNVAL)) != 0) taken |= run(fd, &EventHandler::error_func);
+  if ((revents & (POLLIN | POLLPRI)) != 0) taken |= run(fd, &EventHandler::read_func);
+  if ((revents & POLLOUT) != 0) taken |= run_write(fd);
+  return taken;
+}
+
+std::vector<int> TarnPoller::watched() {
+  const oxutils::scoped_lock hold(lock_);
+  std::vector<int> fds;
+  for (const auto& each : handlers_) fds.push_back(each.first);
+  return fds;
+}
+
+// True when nothing is watched; `highest` counts descriptors without live slots too.
+bool TarnPoller::fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) {
+  const oxutils::scoped_lock hold(lock_);
+  polling_thread_ = pthread_self();
+  for (const auto& each : handlers_) {
+    const int fd = each.first;
+    highest = std::max(highest, fd);
+    if (fd < 0 || fd >= FD_SETSIZE) continue;
+    if (each.second.read_func) FD_SET(fd, read);
+    if (each.second.write_func) FD_SET(fd, write);
+    if (each.second.error_func) FD_SET(fd, error);
+  }
+  return handlers_.empty();
+}
+
+bool TarnPoller::select(unsigned int timeout) {
+  fd_set read;
+  fd_set write;
+  fd_set error;
+  FD_ZERO(&read);
+  FD_ZERO(&write);
+  FD_ZERO(&error);
+  int highest = -1;
+  if (fill_sets(&read, &write, &error, highest)) return false;
+  timeval wait;
+  wait.tv_sec = timeout / 1000;
+  wait.tv_usec = static_cast<suseconds_t>(timeout % 1000) * 1000;
+  const int count = std::min(highest + 1, static_cast<int>(FD_SETSIZE));
+  const int result = ::select(count, &read, &write, &error, &wait);
+  if (result < 0) {
+    TARN_LOG_ERROR("select ret %d", result);
+    return false;
+  }
+  handle_event(&read, &write, &error);
+  return true;
+}
+
+void TarnPoller::handle_event(fd_set* read, fd_set* write, fd_set* error) {
+  for (const int fd : watched()) {
+    if (fd < 0 || fd >= FD_SETSIZE) continue;
+    if (FD_ISSET(fd, read)) run(fd, &EventHandler::read_func);
+    if (FD_ISSET(fd, write)) run_write(fd);
+    if (FD_ISSET(fd, error)) run(fd, &EventHandler::error_func);
+  }
+}

@@ -1,0 +1,83 @@
+// TarnPoller: turns readiness of descriptors into calls.
+#ifndef TARN_TARN_IO_TARN_POLLER_H_
+#define TARN_TARN_IO_TARN_POLLER_H_
+
+#include <poll.h>
+#include <stdint.h>
+#include <sys/select.h>
+
+#include <map>
+#include <vector>
+
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
+#include "oxutils/singleton.h"
+
+// One per process. The I/O thread polls and runs the callbacks, one at a time; any thread may watch
+// and unwatch, which takes effect in the wait that is under way. lock_ guards the map and is never
+// held while a callback runs. The process's instance lives for ever.
+class TarnPoller : public oxutils::singleton<TarnPoller> {
+ public:
+  // Up to three functions for a descriptor; a slot without one is not live.
+  struct EventHandler {
+    oxutils::Function read_func;
+    oxutils::Function write_func;
+    oxutils::Function error_func;
+    // An event came that no slot takes. Polling for it again would return at once, again and again,
+    // so the descriptor is left out until something is watched anew.
+    bool muted = false;
+    // Monotonic milliseconds; until then reading is not polled for.
+    int64_t read_paused_until = 0;
+  };
+
+  TarnPoller();
+  ~TarnPoller() override;
+
+  // Store a function in the slot, in place of an earlier one.
+  void watch_read(int fd, oxutils::Function f) OX_EXCLUDES(lock_);
+  void watch_write(int fd, oxutils::Function f) OX_EXCLUDES(lock_);
+  void watch_error(int fd, oxutils::Function f) OX_EXCLUDES(lock_);
+  // Empty the slot. A descriptor without live slots leaves the map in the next poll.
+  void unwatch_read(int fd) OX_EXCLUDES(lock_);
+  void unwatch_write(int fd) OX_EXCLUDES(lock_);
+  void unwatch_error(int fd) OX_EXCLUDES(lock_);
+  // Does not poll the descriptor for reading for `ms` milliseconds.
+  void pause_read(int fd, int ms) OX_EXCLUDES(lock_);
+
+  // What to poll for: POLLIN, POLLOUT and POLLERR for the live slots.
+  short get_events_flag(EventHandler& handler);
+
+  // I/O thread only: waits for at most `timeout` milliseconds, then runs what is ready, in
+  // ascending order of descriptors. False at once when nothing is watched.
+  bool poll(unsigned int timeout) OX_EXCLUDES(lock_);
+  // The same by select(2); false also when that fails. Not used by the I/O thread.
+  bool select(unsigned int timeout) OX_EXCLUDES(lock_);
+
+  // Run the slots for one descriptor's events, or for all descriptors in the sets. The first is
+  // false when no slot took any of them.
+  bool handle_event(int fd, short revents) OX_EXCLUDES(lock_);
+  void handle_event(fd_set* read, fd_set* write, fd_set* error) OX_EXCLUDES(lock_);
+
+  // `f` interrupts the wait of the polling thread; it is called, with no lock held, after a change
+  // on any other thread.
+  void set_waker(oxutils::Function f) OX_EXCLUDES(lock_);
+
+ private:
+  using Slot = oxutils::Function EventHandler::*;
+
+  void store(int fd, Slot slot, oxutils::Function f) OX_EXCLUDES(lock_);
+  bool run(int fd, Slot slot) OX_EXCLUDES(lock_);
+  bool run_write(int fd) OX_EXCLUDES(lock_);
+  void silence(int fd, short revents) OX_EXCLUDES(lock_);
+  void wake() OX_EXCLUDES(lock_);
+  bool collect(std::vector<pollfd>& fds, int& timeout) OX_EXCLUDES(lock_);
+  bool fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) OX_EXCLUDES(lock_);
+  std::vector<int> watched() OX_EXCLUDES(lock_);
+
+  oxutils::mutex lock_;
+  std::map<int, EventHandler> handlers_ OX_GUARDED_BY(lock_);
+  oxutils::Function waker_ OX_GUARDED_BY(lock_);
+  pthread_t polling_thread_ OX_GUARDED_BY(lock_){};
+};
+
+#endif  // TARN_TARN_IO_TARN_POLLER_H_

@@ -1,0 +1,220 @@
+#include "tarn_io/tarn_socket.h"
+
+#include <arpa/inet.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "oxutils/assert.h"
+#include "src/tarn_log.h"
+
+namespace {
+
+constexpr int kBacklog = 128;
+constexpr uint16_t kProbePort = 65535;
+constexpr uint32_t kProbeIpv4 = 0x08080808;
+constexpr unsigned char kProbeIpv6FirstByte = 0x20;
+
+// Room for the address of either family.
+union SocketAddress {
+  sockaddr any;
+  sockaddr_in v4;
+  sockaddr_in6 v6;
+};
+
+socklen_t address_size(TarnSocket::AddrFamily af) {
+  OX_ASSERT("tarn_io/tarn_socket", __LINE__, af == TarnSocket::IPV4 || af == TarnSocket::IPV6);
+  return af == TarnSocket::IPV6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+}
+
+TarnSocket::AddrFamily reachable_family() {
+  return TarnSocket::ip_v6_only() ? TarnSocket::IPV6 : TarnSocket::IPV4;
+}
+
+}  // namespace
+
+TarnSocket::TarnSocket(Protocol p) : fd_(-1), af_(reachable_family()), protocol_(p) {
+  fd_ = create_socket(af_, p);
+}
+
+TarnSocket::TarnSocket(int fd) : TarnSocket(fd, UDP) {}
+
+TarnSocket::TarnSocket(int fd, Protocol p) : fd_(fd), protocol_(p) {}
+
+int TarnSocket::create_socket(AddrFamily af, Protocol p) {
+  int fd = 0;
+  const bool known_family = af == IPV4 || af == IPV6;
+  const int domain = af == IPV4 ? AF_INET : AF_INET6;
+  if (known_family && p == UDP) fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
+  if (known_family && p == TCP) fd = socket(domain, SOCK_STREAM, IPPROTO_TCP);
+  TARN_LOG_VERBOSE("create socket fd %d af %d protocol %d", fd, af, p);
+  return fd;
+}
+
+bool TarnSocket::ip_v6_only() { return !has_ip_v4() && has_ip_v6(); }
+
+bool TarnSocket::has_ip_v4() {
+  sockaddr_in address = {};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(kProbePort);
+  address.sin_addr.s_addr = htonl(kProbeIpv4);
+  SocketAddress any;
+  any.v4 = address;
+  const bool found = ip_stack_check_connect(AF_INET, &any.any, sizeof address);
+  TARN_LOG_VERBOSE("chenck ipv4 %d", found ? 1 : 0);
+  return found;
+}
+
+bool TarnSocket::has_ip_v6() {
+  sockaddr_in6 address = {};
+  address.sin6_family = AF_INET6;
+  address.sin6_port = htons(kProbePort);
+  address.sin6_addr.s6_addr[0] = kProbeIpv6FirstByte;
+  SocketAddress any;
+  any.v6 = address;
+  const bool found = ip_stack_check_connect(AF_INET6, &any.any, sizeof address);
+  TARN_LOG_VERBOSE("chenck ipv6 %d", found ? 1 : 0);
+  return found;
+}
+
+bool TarnSocket::ip_stack_check_connect(int domain, sockaddr* addr, size_t len) {
+  const int fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
+  if (fd < 0) return false;
+  int result = 0;
+  do {
+    result = ::connect(fd, addr, static_cast<socklen_t>(len));
+  } while (result < 0 && errno == EINTR);
+  ::close(fd);
+  return result == 0;
+}
+
+int TarnSocket::last_error() { return errno; }
+
+bool TarnSocket::connect(const char* ip, short port) {
+  TarnAddr addr(ip, static_cast<uint16_t>(port));
+  return connect(addr);
+}
+
+bool TarnSocket::connect(TarnAddr& addr) {
+  SocketAddress to;
+  if (af_ == IPV6) {
+    addr.get_sock_addr_v6(to.v6);
+  } else if (af_ != IPV4 || !addr.get_sock_addr_v4(to.v4)) {
+    return false;
+  }
+  return ::connect(fd_, &to.any, address_size(af_)) == 0;
+}
+
+bool TarnSocket::bind(uint16_t port) {
+  SocketAddress local = {};
+  if (af_ == IPV4) {
+    local.v4.sin_family = AF_INET;
+    local.v4.sin_addr.s_addr = htonl(INADDR_ANY);
+    local.v4.sin_port = htons(port);
+  } else if (af_ == IPV6) {
+    local.v6 = {};
+    local.v6.sin6_family = AF_INET6;
+    local.v6.sin6_addr = in6addr_any;
+    local.v6.sin6_port = htons(port);
+  } else {
+    return false;
+  }
+  if (::bind(fd_, &local.any, address_size(af_)) == 0) return true;
+  TARN_LOG_ERROR("fd %d bind port %u failed error %d", fd_, port, last_error());
+  return false;
+}
+
+bool TarnSocket::listen() {
+  if (::listen(fd_, kBacklog) == 0) return true;
+  TARN_LOG_ERROR("fd %d listen failed error %d", fd_, last_error());
+  return false;
+}
+
+TarnSocket TarnSocket::accept() {
+  SocketAddress from;
+  socklen_t size = address_size(af_);
+  const int fd = ::accept(fd_, &from.any, &size);
+  if (fd < 0) TARN_LOG_ERROR("fd %d accept failed error %d", fd_, last_error());
+  return TarnSocket(fd, TCP);
+}
+
+bool TarnSocket::async() {
+  const int flags = fcntl(fd_, F_GETFL, 0);
+  return fcntl(fd_, F_SETFL, flags | O_NONBLOCK) != -1;
+}
+
+bool TarnSocket::reuse() {
+  const int32_t on = 1;
+  return setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0;
+}
+
+void TarnSocket::close() {
+  TARN_LOG_VERBOSE("close socket %d", fd_);
+  if (fd_ >= 1) ::close(fd_);
+  fd_ = -1;
+}
+
+TarnSocket TarnSocket::release() { return TarnSocket(std::exchange(fd_, -1), protocol_); }
+
+int TarnSocket::readable_len() {
+  if (protocol_ == TCP) return static_cast<int>(buffer_.readable_bytes());
+  int size = 0;
+  return ioctl(fd_, FIONREAD, &size) == 0 ? size : 0;
+}
+
+int TarnSocket::read(char* buf, int len) {
+  OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == UDP);
+  return static_cast<int>(recv(fd_, buf, static_cast<size_t>(len), 0));
+}
+
+char* TarnSocket::peek() {
+  OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == TCP);
+  return buffer_.peek();
+}
+
+void TarnSocket::consume(int len) {
+  OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == TCP);
+  buffer_.retrieve(static_cast<size_t>(len));
+}
+
+int TarnSocket::read_all() {
+  OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == TCP);
+  int error = 0;
+  return buffer_.read_fd(fd_, &error);
+}
+
+TcpBuffer TarnSocket::detach_buffer() {
+  TcpBuffer copy = buffer_;
+  std::swap(copy, buffer_);
+  return copy;
+}
+
+int TarnSocket::readfrom(char* buf, int len, TarnAddr& from) {
+  SocketAddress source = {};
+  socklen_t size = address_size(af_);
+  const ssize_t result = recvfrom(fd_, buf, static_cast<size_t>(len), 0, &source.any, &size);
+  from = TarnAddr(&source.any);
+  return static_cast<int>(result);
+}
+
+bool TarnSocket::has_datagram() const {
+  char first = 0;
+  return recv(fd_, &first, sizeof first, MSG_PEEK | MSG_DONTWAIT) >= 0;
+}
+
+int TarnSocket::send(const char* buf, size_t len) {
+  const int result = try_send(buf, len);
+  if (result < 0) log_send_failure(fd_, last_error());
+  return result;
+}
+
+int TarnSocket::try_send(const char* buf, size_t len) {
+  return static_cast<int>(::send(fd_, buf, len, MSG_NOSIGNAL));
+}
+
+void TarnSocket::log_send_failure(int fd, int error) {
+  TARN_LOG_ERROR("fd %d send failed error = %d", fd, error);
+}

@@ -1,0 +1,88 @@
+// TarnSocket: one socket descriptor with its protocol, address family and TCP receive buffer.
+#ifndef TARN_TARN_IO_TARN_SOCKET_H_
+#define TARN_TARN_IO_TARN_SOCKET_H_
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/socket.h>
+
+#include "tarn_io/tarn_addr.h"
+#include "tarn_io/tcp_buffer.h"
+
+// Copied by value, descriptor and all; no copy closes it on its own, only close() does. The family
+// of a new socket follows the host: IPv6 only where IPv4 is not reachable and IPv6 is. Not
+// synchronised: the owner decides which thread reads and which sends.
+class TarnSocket {
+ public:
+  enum Protocol { TCP = 0, UDP = 1 };
+  enum AddrFamily { IPV4 = 0, IPV6 = 1 };
+
+  // Opens a socket of the family that the host reaches; asks the kernel for a route each time, so
+  // that new sockets follow a change of network.
+  explicit TarnSocket(Protocol p);
+  // Wrap an existing descriptor, taken for IPv4; the first form for UDP.
+  explicit TarnSocket(int fd);
+  TarnSocket(int fd, Protocol p);
+
+  AddrFamily af() const { return af_; }
+  Protocol protocol() const { return protocol_; }
+  int fd() const { return fd_; }
+
+  // The new descriptor, -1 on failure, 0 for a family or protocol that there is not.
+  static int create_socket(AddrFamily af, Protocol p);
+  static bool ip_v6_only();
+  static bool has_ip_v4();
+  static bool has_ip_v6();
+  // Whether a UDP socket of `domain` finds a route to the address. Sends nothing.
+  static bool ip_stack_check_connect(int domain, sockaddr* addr, size_t len);
+  static int last_error();
+
+  // False when the address does not fit the family, or the system call fails; a TCP connect that
+  // goes on in the background fails too.
+  bool connect(const char* ip, short port);
+  bool connect(TarnAddr& addr);
+  // Binds the family's wildcard address.
+  bool bind(uint16_t port);
+  bool listen();
+  // The next connection; on failure a socket of the negative result.
+  TarnSocket accept();
+  // Makes the descriptor non-blocking.
+  bool async();
+  // Allows the address to be used again. True when that FAILED; nobody looks at it.
+  bool reuse();
+  // Closes descriptors from 1 up; a later call does nothing more.
+  void close();
+
+  // A socket that has the descriptor, which this one then has not.
+  TarnSocket release();
+
+  // UDP: size of the next datagram; TCP: bytes in the buffer.
+  int readable_len();
+  // One recv. Requires: UDP.
+  int read(char* buf, int len);
+  // The first byte of the buffer; drop bytes from it. Require: TCP.
+  char* peek();
+  void consume(int len);
+  // Moves what the kernel has into the buffer. Requires: TCP.
+  int read_all();
+  // Gives the buffer's memory away and goes on with a copy: pointers into it stay good for as long
+  // as the caller keeps it.
+  TcpBuffer detach_buffer();
+  // One recvfrom. Requires: a datagram is there.
+  int readfrom(char* buf, int len, TarnAddr& from);
+  // Whether a datagram is there for readfrom. A wake-up for a damaged one leaves none.
+  bool has_datagram() const;
+  // Never raises a signal. A failure is logged.
+  int send(const char* buf, size_t len);
+  // The two halves of send(), for callers that hold a lock over the first.
+  int try_send(const char* buf, size_t len);
+  static void log_send_failure(int fd, int error);
+
+ private:
+  int fd_;
+  AddrFamily af_ = IPV4;
+  Protocol protocol_;
+  TcpBuffer buffer_;
+};
+
+#endif  // TARN_TARN_IO_TARN_SOCKET_H_

@@ -1,0 +1,87 @@
+#include "tarn_io/tarn_wake_up.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "src/tarn_log.h"
+#include "tarn_io/tarn_poller.h"
+
+namespace {
+
+constexpr int kBacklog = 128;
+
+// A sockaddr that bind, getsockname and connect can share.
+union LoopbackAddress {
+  sockaddr any;
+  sockaddr_in v4;
+};
+
+}  // namespace
+
+bool TarnWakeUp::init() {
+  // The listener stays open for the life of the process.
+  const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  {
+    const oxutils::scoped_lock hold(lock_);
+    send_fd_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  }
+  if (!connect_pair(listener)) return false;
+  TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
+  return true;
+}
+
+// Failed steps leave what they have opened open.
+bool TarnWakeUp::connect_pair(int listener) {
+  LoopbackAddress address = {};
+  address.v4.sin_family = AF_INET;
+  address.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address.v4;
+  if (bind(listener, &address.any, size) != 0) {
+    TARN_LOG_ERROR("wake up init fail -- on bind");
+    return false;
+  }
+  if (listen(listener, kBacklog) != 0) {
+    TARN_LOG_ERROR("wake up init fail -- on listen");
+    return false;
+  }
+  if (getsockname(listener, &address.any, &size) != 0) {
+    TARN_LOG_ERROR("wake up init fail -- on getsockname");
+    return false;
+  }
+  if (connect(send_fd_, &address.any, size) != 0) {
+    TARN_LOG_ERROR("wake up init fail -- on connect");
+    return false;
+  }
+  recv_fd_ = accept(listener, nullptr, nullptr);
+  if (recv_fd_ < 0) TARN_LOG_ERROR("wake up init fail -- on accept");
+  return true;
+}
+
+void TarnWakeUp::on_read() {
+  char byte = 0;
+  if (recv(recv_fd_, &byte, sizeof byte, MSG_DONTWAIT) > 0) return;
+  TARN_LOG_ERROR("TarnWakeUp recv error");
+  fini();
+  init();
+}
+
+int TarnWakeUp::wakeup() {
+  const char byte = 1;
+  const oxutils::scoped_lock hold(lock_);
+  return static_cast<int>(send(send_fd_, &byte, sizeof byte, MSG_DONTWAIT | MSG_NOSIGNAL));
+}
+
+void TarnWakeUp::fini() {
+  TarnPoller::instance()->unwatch_read(recv_fd_);
+  {
+    const oxutils::scoped_lock hold(lock_);
+    if (send_fd_ >= 0) close(send_fd_);
+    send_fd_ = -1;
+  }
+  if (recv_fd_ >= 0) close(recv_fd_);
+  recv_fd_ = -1;
+}

@@ -1,0 +1,30 @@
+// TarnWakeUp: interrupts the I/O thread's wait.
+#ifndef TARN_TARN_IO_TARN_WAKE_UP_H_
+#define TARN_TARN_IO_TARN_WAKE_UP_H_
+
+#include "oxutils/mutex.h"
+
+// A loopback TCP connection whose read end the poller watches. init, fini and on_read belong to the
+// I/O thread, but for the first init; wakeup may be called on any thread. Construction and
+// destruction touch no descriptor.
+class TarnWakeUp {
+ public:
+  // Connects the pair and watches the read end. False, and logged, when a step fails.
+  bool init() OX_EXCLUDES(lock_);
+  // Takes one byte; a broken pair is built anew.
+  void on_read();
+  // Sends one byte, without waiting for room: bytes that are under way wake the thread as well.
+  // Returns what send() returned.
+  int wakeup() OX_EXCLUDES(lock_);
+  // Stops watching and closes both ends.
+  void fini() OX_EXCLUDES(lock_);
+
+ private:
+  bool connect_pair(int listener);
+
+  oxutils::mutex lock_;  // guards send_fd_ against being closed under a wakeup
+  int recv_fd_ = -1;
+  int send_fd_ = -1;
+};
+
+#endif  // TARN_TARN_IO_TARN_WAKE_UP_H_
