@@ -85,28 +85,14 @@ void TarnThread::end_turn() {
   }
 }
 
-void TarnThread::do_pending_func() {
-  std::vector<oxutils::Function> batch;
-  {
-    const oxutils::scoped_lock hold(pending_lock_);
-    batch.swap(pending_);
-  }
-  for (oxutils::Function& each : batch) {
-    // Released one by one, not as a batch: what a function keeps alive goes right after it has run.
-    const oxutils::Function f = std::move(each);
-    f();
-  }
-}
+void TarnThread::do_pending_func() { pending_.run_all(); }
 
 void TarnThread::run(oxutils::Function f) {
   if (is_in_thread()) {
     f();
     return;
   }
-  {
-    const oxutils::scoped_lock hold(pending_lock_);
-    pending_.push_back(std::move(f));
-  }
+  pending_.push(f);
   event_.Set();
 }
 

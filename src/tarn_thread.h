@@ -5,7 +5,6 @@
 #include <pthread.h>
 
 #include <atomic>
-#include <vector>
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
@@ -14,6 +13,7 @@
 #include "oxutils/singleton.h"
 #include "oxutils/smart_ptr/unique_ptr.h"
 #include "oxutils/thread.h"
+#include "src/call_queue.h"
 #include "src/tarn_event.h"
 #include "src/tarn_thread_base.h"
 #include "src/tarn_timer.h"
@@ -62,8 +62,7 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   oxutils::mutex start_lock_;  // guards the creation of thread_
   oxutils::unique_ptr<oxutils::thread> thread_;
   oxutils::relaxed<bool> ending_{false};
-  oxutils::mutex pending_lock_;  // held to append or to swap, never while a function runs
-  std::vector<oxutils::Function> pending_ OX_GUARDED_BY(pending_lock_);
+  CallQueue pending_;
   oxutils::unique_ptr<TarnTimerQueue> timers_;
   TarnEvent event_;
   oxutils::relaxed<pthread_t> tid_{};  // written once, by the worker

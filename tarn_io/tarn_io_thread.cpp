@@ -49,7 +49,8 @@ void TarnIoThread::func() {
   if (running_ == 0) puts("not running");
   loop();
   TARN_LOG_INFO("tarn thread fini");
-  end_loop();
+  pendings_.close();
+  do_pendings();
 }
 
 void TarnIoThread::loop() {
@@ -65,38 +66,14 @@ void TarnIoThread::loop() {
   }
 }
 
-// From now on callers run their functions themselves. What was handed over before is still run.
-void TarnIoThread::end_loop() {
-  {
-    const oxutils::scoped_lock hold(lock_);
-    ended_ = true;
-  }
-  do_pendings();
-}
-
-void TarnIoThread::do_pendings() {
-  std::vector<oxutils::Function> batch;
-  {
-    const oxutils::scoped_lock hold(lock_);
-    batch.swap(pendings_);
-  }
-  for (oxutils::Function& each : batch) {
-    const oxutils::Function f = std::move(each);
-    f();
-  }
-}
-
-// False when nobody would run it any more.
-bool TarnIoThread::hand_over(oxutils::Function& f) {
-  const oxutils::scoped_lock hold(lock_);
-  if (ended_) return false;
-  pendings_.push_back(std::move(f));
-  wake();
-  return true;
-}
+void TarnIoThread::do_pendings() { pendings_.run_all(); }
 
 void TarnIoThread::run(oxutils::Function f) {
-  if (tid_ == pthread_self() || !hand_over(f)) f();
+  if (tid_ == pthread_self() || !pendings_.push(f)) {
+    f();
+  } else {
+    wake();
+  }
 }
 
 void TarnIoThread::wait(oxutils::Function f) {

@@ -4,15 +4,13 @@
 
 #include <pthread.h>
 
-#include <vector>
-
 #include "oxutils/callback.h"
-#include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
 #include "oxutils/sem.h"
 #include "oxutils/singleton.h"
 #include "oxutils/smart_ptr/unique_ptr.h"
 #include "oxutils/thread.h"
+#include "src/call_queue.h"
 #include "src/tarn_thread_base.h"
 #include "tarn_io/tarn_wake_up.h"
 
@@ -46,16 +44,13 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   void do_pendings();
 
  private:
-  bool hand_over(oxutils::Function& f) OX_EXCLUDES(lock_);
   void loop();
-  void end_loop() OX_EXCLUDES(lock_);
   void wake();
 
-  oxutils::mutex lock_;  // guards the pending list and whether anything will still look at it
   oxutils::unique_ptr<oxutils::thread> thread_;
   TarnWakeUp wake_up_;
-  std::vector<oxutils::Function> pendings_ OX_GUARDED_BY(lock_);
-  bool ended_ OX_GUARDED_BY(lock_) = false;
+  CallQueue
+      pendings_;  // closed when the loop has ended: callers then run their functions themselves
   oxutils::relaxed<int> running_{0};
   oxutils::relaxed<pthread_t> tid_;  // of the constructing thread until the thread has started
 };

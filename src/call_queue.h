@@ -1,0 +1,52 @@
+// CallQueue: functions on their way to a thread.
+#ifndef TARN_SRC_CALL_QUEUE_H_
+#define TARN_SRC_CALL_QUEUE_H_
+
+#include <utility>
+#include <vector>
+
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
+
+// Any thread appends; the thread that owns the queue takes everything at once and runs it. The lock
+// is held to append or to swap, never while a function runs.
+class CallQueue {
+ public:
+  // False, and `f` as it was, once the queue has been closed.
+  bool push(oxutils::Function& f) OX_EXCLUDES(lock_) {
+    const oxutils::scoped_lock hold(lock_);
+    if (closed_) return false;
+    calls_.push_back(std::move(f));
+    return true;
+  }
+
+  // Runs what has been appended so far, in order; later arrivals belong to the next time.
+  void run_all() OX_EXCLUDES(lock_) {
+    for (oxutils::Function& each : take_all()) {
+      // Released one by one, not as a batch: what a function keeps alive goes right after it has
+      // run.
+      const oxutils::Function f = std::move(each);
+      f();
+    }
+  }
+
+  // Nobody will take from the queue any more, but for one last run_all().
+  void close() OX_EXCLUDES(lock_) {
+    const oxutils::scoped_lock hold(lock_);
+    closed_ = true;
+  }
+
+ private:
+  std::vector<oxutils::Function> take_all() OX_EXCLUDES(lock_) {
+    std::vector<oxutils::Function> batch;
+    const oxutils::scoped_lock hold(lock_);
+    batch.swap(calls_);
+    return batch;
+  }
+
+  oxutils::mutex lock_;
+  std::vector<oxutils::Function> calls_ OX_GUARDED_BY(lock_);
+  bool closed_ OX_GUARDED_BY(lock_) = false;
+};
+
+#endif  // TARN_SRC_CALL_QUEUE_H_
