@@ -36,6 +36,9 @@ class OX_SCOPED_CAPABILITY scoped_lock {
   ~scoped_lock() OX_RELEASE() {
     if (locked_) mutex_.unlock();
   }
+  // False when an outer guard of this thread holds the mutex.
+  bool owns_lock() const { return locked_; }
+
   scoped_lock(const scoped_lock&) = delete;
   scoped_lock& operator=(const scoped_lock&) = delete;
 

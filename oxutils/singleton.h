@@ -3,6 +3,7 @@
 #define TARN_OXUTILS_SINGLETON_H_
 
 #include <atomic>
+#include <new>
 
 #include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
@@ -21,8 +22,13 @@ class singleton {
     return existing != nullptr ? existing : create();
   }
 
-  // The instance if it has been created, or null.
-  static T* existing() { return instance_.load(std::memory_order_acquire); }
+  // The instance if it has been created, or null. Waits for one that is being created.
+  static T* existing() {
+    T* const instance = instance_.load(std::memory_order_acquire);
+    if (instance != nullptr) return instance;
+    const scoped_lock hold(lock_());
+    return instance_.load(std::memory_order_relaxed);
+  }
 
   singleton(const singleton&) = delete;
   singleton& operator=(const singleton&) = delete;
@@ -46,12 +52,15 @@ class singleton {
  private:
   static T* create() {
     const scoped_lock hold(lock_());
-    T* existing = instance_.load(std::memory_order_relaxed);
-    if (existing == nullptr) {
-      existing = new T;
-      instance_.store(existing, std::memory_order_release);
-    }
-    return existing;
+    T* const existing = instance_.load(std::memory_order_relaxed);
+    if (existing != nullptr) return existing;
+    // T's constructor has called out, and whom it called has come back: there is one T still.
+    if (!hold.owns_lock()) return under_construction_;
+    void* const memory = ::operator new(sizeof(T));
+    under_construction_ = static_cast<T*>(memory);
+    T* const created = new (memory) T;
+    instance_.store(created, std::memory_order_release);
+    return created;
   }
 
   // Built on first use and never destroyed, so that it serves early and late callers alike.
@@ -61,6 +70,7 @@ class singleton {
   }
 
   static inline std::atomic<T*> instance_{nullptr};
+  static inline T* under_construction_ = nullptr;  // guarded by lock_()
 };
 
 }  // namespace oxutils

@@ -30,6 +30,11 @@ class CallQueue {
     }
   }
 
+  void open() OX_EXCLUDES(lock_) {
+    const oxutils::scoped_lock hold(lock_);
+    closed_ = false;
+  }
+
   // Nobody will take from the queue any more, but for one last run_all().
   void close() OX_EXCLUDES(lock_) {
     const oxutils::scoped_lock hold(lock_);

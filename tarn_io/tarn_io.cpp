@@ -28,7 +28,8 @@ void TarnIo::set_readable_callback(Callback callback, void* arg) {
   bool pending = false;
   {
     const oxutils::scoped_lock hold(lock_);
-    readable_ = {callback, arg};
+    readable_cb_ = callback;
+    readable_arg_ = arg;
     if (callback != nullptr) pending = std::exchange(readable_pending_, false);
   }
   if (pending) callback(arg);
@@ -38,7 +39,8 @@ void TarnIo::set_writeable_callback(Callback callback, void* arg) {
   bool pending = false;
   {
     const oxutils::scoped_lock hold(lock_);
-    writeable_ = {callback, arg};
+    writeable_cb_ = callback;
+    writeable_arg_ = arg;
     if (callback != nullptr) pending = std::exchange(writeable_pending_, false);
   }
   if (pending) callback(arg);
@@ -48,7 +50,8 @@ void TarnIo::set_error_callback(ErrorCallback callback, void* arg) {
   int pending = 0;
   {
     const oxutils::scoped_lock hold(lock_);
-    error_ = {callback, arg};
+    error_cb_ = callback;
+    error_arg_ = arg;
     if (callback != nullptr) pending = std::exchange(error_pending_, 0);
   }
   if (pending != 0) callback(pending, arg);
@@ -85,15 +88,24 @@ void TarnIo::unwatch_error() { TarnPoller::instance()->unwatch_error(fd()); }
 void TarnIo::trigger_read() {
   // The callback may destroy the handle and go on running for longer than it is kept.
   const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
-  // At its end a stream would stay readable for ever.
-  if (!read_stream()) unwatch_read();
-  Slot<Callback> readable;
+  const bool at_end = !read_stream();
+  Callback callback = nullptr;
+  void* arg = nullptr;
   {
     const oxutils::scoped_lock hold(lock_);
-    readable = readable_;
-    readable_pending_ = readable.function == nullptr;
+    callback = readable_cb_;
+    arg = readable_arg_;
+    readable_pending_ = callback == nullptr;
   }
-  if (readable.function != nullptr) readable.function(readable.arg);
+  // A stream at its end, or a datagram that nobody takes, would stay readable for ever. Setting the
+  // callback watches again.
+  if (at_end || (callback == nullptr && !is_stream())) unwatch_read();
+  if (callback != nullptr) callback(arg);
+}
+
+bool TarnIo::is_stream() const {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return sock_.protocol() == TarnSocket::TCP;
 }
 
 bool TarnIo::read_stream() {
@@ -110,28 +122,35 @@ bool TarnIo::read_stream() {
 
 void TarnIo::trigger_write() {
   const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
-  Slot<Callback> writeable;
+  Callback callback = nullptr;
+  void* arg = nullptr;
   {
     const oxutils::scoped_lock hold(lock_);
-    writeable = writeable_;
-    writeable_pending_ = writeable.function == nullptr;
+    callback = writeable_cb_;
+    arg = writeable_arg_;
+    writeable_pending_ = callback == nullptr;
   }
-  if (writeable.function != nullptr) writeable.function(writeable.arg);
+  if (callback != nullptr) callback(arg);
 }
 
 void TarnIo::trigger_error() {
   const int error = TarnSocket::last_error();
   const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
-  Slot<ErrorCallback> callback;
+  ErrorCallback callback = nullptr;
+  void* arg = nullptr;
   int pending = 0;
   {
     const oxutils::scoped_lock hold(lock_);
-    callback = error_;
-    if (callback.function == nullptr) error_pending_ = error;
+    callback = error_cb_;
+    arg = error_arg_;
+    if (callback == nullptr) error_pending_ = error;
     pending = error_pending_;
   }
-  // The code remembered, not the present one.
-  if (callback.function != nullptr) callback.function(pending, callback.arg);
+  if (callback != nullptr) {
+    callback(pending, arg);  // the code remembered, not the present one
+  } else {
+    unwatch_error();  // it would come again at once; setting the callback watches again
+  }
 }
 
 bool TarnIo::attach(void* session) {
@@ -146,8 +165,18 @@ bool TarnIo::attach(void* session) {
   // A remembered datagram goes to the session that was attached before.
   set_readable_callback(&TarnIo::on_tarn_input, this);
   session_ = session;
-  TarnIoThread::instance()->run(oxutils::Function(this, &TarnIo::watch_read));
+  run_on_io_thread(&TarnIo::watch_read);
   return true;
+}
+
+void TarnIo::run_on_io_thread(void (TarnIo::*method)()) {
+  const oxutils::shared_ptr<TarnIo> registered = weak_this_.lock();
+  TarnIoThread::instance()->run(registered ? oxutils::Function(&TarnIo::call, registered, method)
+                                           : oxutils::Function(this, method));
+}
+
+void TarnIo::call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)()) {
+  (io.get()->*method)();
 }
 
 bool TarnIo::begin_destroy() {
@@ -202,7 +231,10 @@ int TarnIo::write(const char* data, int len) {
     result = sock_.try_send(data, static_cast<size_t>(len));
     error = TarnSocket::last_error();
   }
-  if (result < 0) TarnSocket::log_send_failure(fd, error);
+  if (result < 0) {
+    TarnSocket::log_send_failure(fd, error);
+    errno = error;  // the caller's to see: a log callback may have changed it
+  }
   return result;
 }
 

@@ -41,6 +41,9 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   void unwatch_write();
   void unwatch_error();
 
+  // Has the I/O thread call one of these; a registered object lives until it has.
+  void run_on_io_thread(void (TarnIo::*method)());
+
   // The poller's events.
   void trigger_read() OX_EXCLUDES(lock_, socket_lock_);
   void trigger_write() OX_EXCLUDES(lock_);
@@ -76,25 +79,24 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   void consume(int len) OX_EXCLUDES(socket_lock_);
 
  private:
-  template <typename Fn>
-  struct Slot {
-    Fn function = nullptr;
-    void* arg = nullptr;
-  };
-
   // An output callback whose `user` is the number of an object that may be gone.
   static int output_numbered(char* data, int len, void* number);
+  static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
   // False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
+  bool is_stream() const OX_EXCLUDES(socket_lock_);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
 
   void* const number_;
 
   mutable oxutils::mutex lock_;
-  Slot<Callback> readable_ OX_GUARDED_BY(lock_);
-  Slot<Callback> writeable_ OX_GUARDED_BY(lock_);
-  Slot<ErrorCallback> error_ OX_GUARDED_BY(lock_);
+  Callback readable_cb_ OX_GUARDED_BY(lock_) = nullptr;
+  Callback writeable_cb_ OX_GUARDED_BY(lock_) = nullptr;
+  ErrorCallback error_cb_ OX_GUARDED_BY(lock_) = nullptr;
+  void* readable_arg_ OX_GUARDED_BY(lock_) = nullptr;
+  void* writeable_arg_ OX_GUARDED_BY(lock_) = nullptr;
+  void* error_arg_ OX_GUARDED_BY(lock_) = nullptr;
   bool readable_pending_ OX_GUARDED_BY(lock_) = false;
   bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
   int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno

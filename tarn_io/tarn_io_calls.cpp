@@ -5,7 +5,6 @@
 #include "tarn/io.h"
 #include "tarn_io/tarn_io.h"
 #include "tarn_io/tarn_io_registry.h"
-#include "tarn_io/tarn_io_thread.h"
 
 namespace {
 
@@ -17,10 +16,6 @@ constexpr int kFailed = -1;
 // Callbacks and session output already under way find a live object until then.
 void destroy_io_later(void* io) {
   if (io != nullptr) tarn_remove_io(io);
-}
-
-void run_on_io_thread(const IoPtr& io, void (TarnIo::*method)()) {
-  TarnIoThread::instance()->run(oxutils::Function(io.get(), method));
 }
 
 bool is_missing(const char* data, int len) { return data == nullptr && len > 0; }
@@ -74,7 +69,7 @@ void tarn_set_readable_callback(void* io, TarnIoCallback callback, void* arg) {
     return;
   }
   object->set_readable_callback(callback, arg);
-  run_on_io_thread(object, &TarnIo::watch_read);
+  object->run_on_io_thread(&TarnIo::watch_read);
 }
 
 void tarn_set_writeable_callback(void* io, TarnIoCallback callback, void* arg) {
@@ -84,7 +79,7 @@ void tarn_set_writeable_callback(void* io, TarnIoCallback callback, void* arg) {
     return;
   }
   object->set_writeable_callback(callback, arg);
-  run_on_io_thread(object, &TarnIo::watch_write);
+  object->run_on_io_thread(&TarnIo::watch_write);
 }
 
 void tarn_set_io_error_callback(void* io, TarnIoErrorCallback callback, void* arg) {
@@ -94,7 +89,7 @@ void tarn_set_io_error_callback(void* io, TarnIoErrorCallback callback, void* ar
     return;
   }
   object->set_error_callback(callback, arg);
-  run_on_io_thread(object, &TarnIo::watch_error);
+  object->run_on_io_thread(&TarnIo::watch_error);
 }
 
 int tarn_peek_size(void* io) {

@@ -12,10 +12,13 @@ namespace {
 
 constexpr int kMaxTimeout = 10000;  // ms
 constexpr int kMinTimeout = 20;     // ms
+// ms; while the wake-up cannot be had, for want of descriptors, handed-over functions wait this
+// long
+constexpr unsigned int kRetryWakeUp = 200;
 
 }  // namespace
 
-TarnIoThread::TarnIoThread() : tid_(pthread_self()) {
+TarnIoThread::TarnIoThread() : waker_(this, &TarnIoThread::wake), tid_(pthread_self()) {
   // The instance outlives everything: its thread runs until the process is gone.
   free_ = true;
   start();
@@ -24,15 +27,29 @@ TarnIoThread::TarnIoThread() : tid_(pthread_self()) {
 TarnIoThread::~TarnIoThread() {
   TarnIoThread::stop();
   thread_.reset();
-  TarnPoller::instance()->set_waker(oxutils::Function());
+  TarnPoller::instance()->reset_waker(waker_);
+  wake_up_.fini();
 }
 
 void TarnIoThread::start() {
   if (running_ != 0) return;
+  if (thread_ && tid_ == pthread_self()) {
+    running_ = 1;  // the loop has not looked yet
+    return;
+  }
+  // An earlier loop ends by itself, since running_ is 0.
+  thread_.reset();
+  wake_up_.fini();
+  pendings_.open();
   running_ = 1;
   wake_up_.init();
-  TarnPoller::instance()->set_waker(oxutils::Function(this, &TarnIoThread::wake));
+  TarnPoller::instance()->set_waker(waker_);
   thread_.reset(new oxutils::thread(oxutils::Function(this, &TarnIoThread::func)));
+  if (thread_->created()) return;
+  TARN_LOG_ERROR("tarn io thread create failed");
+  running_ = 0;
+  thread_.reset();
+  pendings_.close();
 }
 
 void TarnIoThread::stop() {
@@ -54,16 +71,18 @@ void TarnIoThread::func() {
 }
 
 void TarnIoThread::loop() {
-  unsigned long timeout = kMaxTimeout;
   while (running_ != 0) {
-    if (!TarnPoller::instance()->poll(static_cast<unsigned int>(timeout))) return;
+    if (!TarnPoller::instance()->poll(next_timeout())) return;
     do_pendings();
-    timeout = static_cast<unsigned long>(std::max(get_timeout(), kMinTimeout));
-    if (timeout > kMaxTimeout) {
-      TARN_LOG_ERROR("tarn thread poll timeout %lu", timeout);
-      timeout = kMaxTimeout;
-    }
   }
+}
+
+unsigned int TarnIoThread::next_timeout() {
+  if (!wake_up_.is_open() && !(wake_up_.init() && wake_up_.is_open())) return kRetryWakeUp;
+  const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
+  if (timeout <= kMaxTimeout) return timeout;
+  TARN_LOG_ERROR("tarn thread poll timeout %lu", static_cast<unsigned long>(timeout));
+  return kMaxTimeout;
 }
 
 void TarnIoThread::do_pendings() { pendings_.run_all(); }

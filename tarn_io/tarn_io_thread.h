@@ -45,8 +45,11 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
 
  private:
   void loop();
+  // Milliseconds for the next poll; tries to build the wake-up if there is none.
+  unsigned int next_timeout();
   void wake();
 
+  const oxutils::Function waker_;
   oxutils::unique_ptr<oxutils::thread> thread_;
   TarnWakeUp wake_up_;
   CallQueue

@@ -1,5 +1,7 @@
 #include "tarn_io/tarn_listener.h"
 
+#include <utility>
+
 #include "tarn_io/tarn_io_registry.h"
 #include "tarn_io/tarn_io_thread.h"
 #include "tarn_io/tarn_poller.h"
@@ -13,10 +15,25 @@ void nothing() {}
 bool TarnListener::listen(unsigned short port) {
   sock_.reuse();
   sock_.async();
-  if (!sock_.bind(port)) return false;
-  if (sock_.protocol() == TarnSocket::TCP && !sock_.listen()) return false;
+  // First: a peer may be there as soon as the port is bound.
   port_ = port;
-  return true;
+  if (sock_.bind(port) && (sock_.protocol() != TarnSocket::TCP || sock_.listen())) {
+    // A TCP socket that does not listen yet looks hung up, and may have been left out for that.
+    TarnPoller::instance()->resume(sock_.fd());
+    return true;
+  }
+  port_ = 0;
+  return false;
+}
+
+void TarnListener::set_new_conn_callback(NewConnCallback callback, void* arg) {
+  const oxutils::scoped_lock hold(lock_);
+  new_conn_cb_ = callback;
+  new_conn_arg_ = arg;
+}
+
+void TarnListener::watch(oxutils::Function on_read) {
+  if (!is_stopped()) TarnPoller::instance()->watch_read(sock_.fd(), std::move(on_read));
 }
 
 void TarnListener::stop() {
@@ -30,10 +47,16 @@ void TarnListener::stop() {
 }
 
 void TarnListener::hand_over(const TarnSocket& peer) {
-  const auto callback = new_conn_cb_.get();
-  if (callback.function == nullptr) {
-    TarnSocket(peer).close();
-    return;
+  NewConnCallback callback = nullptr;
+  void* arg = nullptr;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    callback = new_conn_cb_;
+    arg = new_conn_arg_;
   }
-  callback.function(tarn_add_io(peer).get(), callback.user);
+  if (callback != nullptr) {
+    callback(tarn_add_io(peer).get(), arg);
+  } else {
+    TarnSocket(peer).close();
+  }
 }

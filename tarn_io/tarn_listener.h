@@ -2,9 +2,10 @@
 #ifndef TARN_TARN_IO_TARN_LISTENER_H_
 #define TARN_TARN_IO_TARN_LISTENER_H_
 
+#include "oxutils/callback.h"
+#include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
 #include "oxutils/smart_ptr/enable_shared_from_this.h"
-#include "src/callback_slot.h"
 #include "tarn_io/tarn_socket.h"
 
 // Base of the UDP and the TCP listener, which watch the socket from their construction on. Owned by
@@ -20,9 +21,7 @@ class TarnListener : public oxutils::enable_shared_from_this<TarnListener> {
   TarnListener(const TarnListener&) = delete;
   TarnListener& operator=(const TarnListener&) = delete;
 
-  void set_new_conn_callback(NewConnCallback callback, void* arg) {
-    new_conn_cb_.set(callback, arg);
-  }
+  void set_new_conn_callback(NewConnCallback callback, void* arg) OX_EXCLUDES(lock_);
   // Binds the port and, for TCP, listens. False, and logged, when that fails.
   bool listen(unsigned short port);
   // Stops watching, lets the I/O thread finish with this listener, and closes the socket. Again:
@@ -30,6 +29,8 @@ class TarnListener : public oxutils::enable_shared_from_this<TarnListener> {
   void stop();
 
  protected:
+  // Watches the socket, if there is one. Called by the derived class's constructor.
+  void watch(oxutils::Function on_read);
   // Hands a new peer's socket to the application; closes it if there is nobody to take it.
   void hand_over(const TarnSocket& peer);
 
@@ -39,7 +40,9 @@ class TarnListener : public oxutils::enable_shared_from_this<TarnListener> {
   oxutils::relaxed<unsigned short> port_{0};  // 0 until it is bound
 
  private:
-  CallbackSlot<NewConnCallback> new_conn_cb_;
+  oxutils::mutex lock_;
+  NewConnCallback new_conn_cb_ OX_GUARDED_BY(lock_) = nullptr;
+  void* new_conn_arg_ OX_GUARDED_BY(lock_) = nullptr;
 };
 
 #endif  // TARN_TARN_IO_TARN_LISTENER_H_

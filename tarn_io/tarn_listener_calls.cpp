@@ -29,11 +29,11 @@ void* register_listener(const ListenerPtr& listener) {
 
 void* tarn_start_listen_udp(unsigned short port, TarnNewConnCallback callback, void* arg) {
   const ListenerPtr listener(new UdpListener);
+  listener->set_new_conn_callback(callback, arg);
   if (!listener->listen(port)) {
     listener->stop();
     return nullptr;
   }
-  listener->set_new_conn_callback(callback, arg);
   void* const handle = register_listener(listener);
   usleep(kUdpStartDelayUs);
   return handle;
@@ -41,8 +41,8 @@ void* tarn_start_listen_udp(unsigned short port, TarnNewConnCallback callback, v
 
 void* tarn_start_listen_tcp(unsigned short port, TarnNewConnCallback callback, void* arg) {
   const ListenerPtr listener(new TcpListener);
-  listener->listen(port);
   listener->set_new_conn_callback(callback, arg);
+  listener->listen(port);
   return register_listener(listener);
 }
 

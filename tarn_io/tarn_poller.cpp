@@ -11,6 +11,11 @@
 
 namespace {
 
+// ms after which an event that nobody takes is looked at again: a hang-up is there to stay, while
+// a pending error goes with the next send or receive on any thread.
+constexpr int kHangUpPause = 100;
+constexpr int kErrorPause = 10;
+
 int64_t monotonic_ms() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -50,21 +55,44 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
+    if (get_events_flag(handler) == 0) handler.generation = ++last_generation_;
     std::swap(handler.*slot, f);
-    handler.muted = false;
+    handler.paused_until = 0;
   }
   wake();  // the replaced function goes with no lock held
 }
 
-void TarnPoller::pause_read(int fd, int ms) {
+void TarnPoller::pause(int fd, int ms) { pause(fd, ms, kAny); }
+
+void TarnPoller::pause(int fd, int ms, uint64_t generation) {
   const oxutils::scoped_lock hold(lock_);
-  const auto found = handlers_.find(fd);
-  if (found != handlers_.end()) found->second.read_paused_until = monotonic_ms() + ms;
+  EventHandler* const handler = find(fd, generation);
+  if (handler != nullptr) handler->paused_until = monotonic_ms() + ms;
 }
 
-void TarnPoller::set_waker(oxutils::Function f) {
+void TarnPoller::resume(int fd) {
+  {
+    const oxutils::scoped_lock hold(lock_);
+    EventHandler* const handler = find(fd, kAny);
+    if (handler != nullptr) handler->paused_until = 0;
+  }
+  wake();
+}
+
+TarnPoller::EventHandler* TarnPoller::find(int fd, uint64_t generation) {
+  const auto found = handlers_.find(fd);
+  if (found == handlers_.end()) return nullptr;
+  return generation == kAny || found->second.generation == generation ? &found->second : nullptr;
+}
+
+void TarnPoller::set_waker(const oxutils::Function& f) {
   const oxutils::scoped_lock hold(lock_);
-  waker_ = std::move(f);
+  if (!waker_) waker_ = f;
+}
+
+void TarnPoller::reset_waker(const oxutils::Function& f) {
+  const oxutils::scoped_lock hold(lock_);
+  if (waker_.get() == f.get()) waker_ = oxutils::Function();
 }
 
 void TarnPoller::wake() {
@@ -85,54 +113,53 @@ short TarnPoller::get_events_flag(EventHandler& handler) {
   return static_cast<short>(events);
 }
 
-// Drops descriptors without live slots. False when there were none at all.
-bool TarnPoller::collect(std::vector<pollfd>& fds, int& timeout) {
+bool TarnPoller::collect(Polled& polled, int& timeout) {
   const oxutils::scoped_lock hold(lock_);
   polling_thread_ = pthread_self();
   if (handlers_.empty()) return false;
-  fds.reserve(handlers_.size());
+  polled.fds.reserve(handlers_.size());
+  polled.generations.reserve(handlers_.size());
   for (auto each = handlers_.begin(); each != handlers_.end();) {
     EventHandler& handler = each->second;
-    short events = get_events_flag(handler);
+    const short events = get_events_flag(handler);
     if (events == 0) {
       each = handlers_.erase(each);
       continue;
     }
-    if (handler.read_paused_until != 0) {
-      const int64_t left = handler.read_paused_until - monotonic_ms();
-      if (left > 0) {
-        events = static_cast<short>(events & ~POLLIN);
-        timeout = static_cast<int>(std::min<int64_t>(timeout, left));
-      } else {
-        handler.read_paused_until = 0;
-      }
+    const int64_t left = handler.paused_until != 0 ? handler.paused_until - monotonic_ms() : 0;
+    if (left > 0) {
+      timeout = static_cast<int>(std::min<int64_t>(timeout, left));
+    } else {
+      polled.fds.push_back({each->first, events, 0});
+      polled.generations.push_back(handler.generation);
     }
-    if (!handler.muted) fds.push_back({each->first, events, 0});
     ++each;
   }
   return true;
 }
 
 bool TarnPoller::poll(unsigned int timeout) {
-  std::vector<pollfd> fds;
+  Polled polled;
   int wait = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
-  if (!collect(fds, wait)) return false;
+  if (!collect(polled, wait)) return false;
   // An interrupted or failed call yields no events.
-  ::poll(fds.data(), static_cast<nfds_t>(fds.size()), wait);
-  for (const pollfd& each : fds) {
-    if (each.revents > 0 && !handle_event(each.fd, each.revents)) silence(each.fd, each.revents);
+  ::poll(polled.fds.data(), static_cast<nfds_t>(polled.fds.size()), wait);
+  for (size_t i = 0; i < polled.fds.size(); ++i) {
+    const pollfd& each = polled.fds[i];
+    if (each.revents <= 0) continue;
+    const uint64_t generation = polled.generations[i];
+    if (!dispatch(each.fd, each.revents, generation)) silence(each.fd, each.revents, generation);
   }
   return true;
 }
 
 // Runs a copy of the function: it may unwatch or replace its own slot meanwhile.
-bool TarnPoller::run(int fd, Slot slot) {
+bool TarnPoller::run(int fd, Slot slot, uint64_t generation) {
   oxutils::Function f;
   {
     const oxutils::scoped_lock hold(lock_);
-    const auto found = handlers_.find(fd);
-    if (found == handlers_.end()) return false;
-    f = found->second.*slot;
+    EventHandler* const handler = find(fd, generation);
+    if (handler != nullptr) f = handler->*slot;
   }
   if (!f) return false;
   f();
@@ -140,35 +167,42 @@ bool TarnPoller::run(int fd, Slot slot) {
 }
 
 // Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone.
-bool TarnPoller::run_write(int fd) {
-  if (!run(fd, &EventHandler::write_func)) return false;
+bool TarnPoller::run_write(int fd, uint64_t generation) {
+  if (!run(fd, &EventHandler::write_func, generation)) return false;
   oxutils::Function old;
   const oxutils::scoped_lock hold(lock_);
-  const auto found = handlers_.find(fd);
-  if (found != handlers_.end()) std::swap(found->second.write_func, old);
+  EventHandler* const handler = find(fd, generation);
+  if (handler != nullptr) std::swap(handler->write_func, old);
   return true;
 }
 
-// These events come whatever is polled for, again and again. A pending error goes when it is read.
-void TarnPoller::silence(int fd, short revents) {
-  if ((revents & (POLLHUP | POLLERR | POLLNVAL)) == 0) return;
-  int error = 0;
-  socklen_t size = sizeof error;
-  const bool has_error = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
-  if (has_error && (revents & (POLLHUP | POLLNVAL)) == 0) return;
-  const oxutils::scoped_lock hold(lock_);
-  const auto found = handlers_.find(fd);
-  if (found != handlers_.end()) found->second.muted = true;
+// These events come whatever is polled for, again and again. A pending error goes by being read; it
+// may have been read by a send or receive in between.
+void TarnPoller::silence(int fd, short revents, uint64_t generation) {
+  if ((revents & (POLLHUP | POLLNVAL)) != 0) {
+    pause(fd, kHangUpPause, generation);
+  } else if ((revents & POLLERR) != 0) {
+    int error = 0;
+    socklen_t size = sizeof error;
+    const bool cleared = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
+    if (!cleared) pause(fd, kErrorPause, generation);
+  }
 }
 
-bool TarnPoller::handle_event(int fd, short revents) {
+void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }
+
+bool TarnPoller::dispatch(int fd, short revents, uint64_t generation) {
   bool taken = false;
   if ((revents & POLLHUP) != 0 && (revents & POLLIN) == 0) {
-    taken |= run(fd, &EventHandler::error_func);
+    taken |= run(fd, &EventHandler::error_func, generation);
   }
-  if ((revents & (POLLERR | POLLNVAL)) != 0) taken |= run(fd, &EventHandler::error_func);
-  if ((revents & (POLLIN | POLLPRI)) != 0) taken |= run(fd, &EventHandler::read_func);
-  if ((revents & POLLOUT) != 0) taken |= run_write(fd);
+  if ((revents & (POLLERR | POLLNVAL)) != 0) {
+    taken |= run(fd, &EventHandler::error_func, generation);
+  }
+  if ((revents & (POLLIN | POLLPRI)) != 0) {
+    taken |= run(fd, &EventHandler::read_func, generation);
+  }
+  if ((revents & POLLOUT) != 0) taken |= run_write(fd, generation);
   return taken;
 }
 
@@ -219,8 +253,8 @@ bool TarnPoller::select(unsigned int timeout) {
 void TarnPoller::handle_event(fd_set* read, fd_set* write, fd_set* error) {
   for (const int fd : watched()) {
     if (fd < 0 || fd >= FD_SETSIZE) continue;
-    if (FD_ISSET(fd, read)) run(fd, &EventHandler::read_func);
-    if (FD_ISSET(fd, write)) run_write(fd);
-    if (FD_ISSET(fd, error)) run(fd, &EventHandler::error_func);
+    if (FD_ISSET(fd, read)) run(fd, &EventHandler::read_func, kAny);
+    if (FD_ISSET(fd, write)) run_write(fd, kAny);
+    if (FD_ISSET(fd, error)) run(fd, &EventHandler::error_func, kAny);
   }
 }

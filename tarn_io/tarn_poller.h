@@ -23,11 +23,10 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     oxutils::Function read_func;
     oxutils::Function write_func;
     oxutils::Function error_func;
-    // An event came that no slot takes. Polling for it again would return at once, again and again,
-    // so the descriptor is left out until something is watched anew.
-    bool muted = false;
-    // Monotonic milliseconds; until then reading is not polled for.
-    int64_t read_paused_until = 0;
+    // Monotonic milliseconds; until then the descriptor is left out of the poll.
+    int64_t paused_until = 0;
+    // Another one whenever the first slot comes to life: descriptor numbers are used again.
+    uint64_t generation = 0;
   };
 
   TarnPoller();
@@ -41,8 +40,10 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void unwatch_read(int fd) OX_EXCLUDES(lock_);
   void unwatch_write(int fd) OX_EXCLUDES(lock_);
   void unwatch_error(int fd) OX_EXCLUDES(lock_);
-  // Does not poll the descriptor for reading for `ms` milliseconds.
-  void pause_read(int fd, int ms) OX_EXCLUDES(lock_);
+  // Does not poll the descriptor for `ms` milliseconds, or until something is watched anew.
+  void pause(int fd, int ms) OX_EXCLUDES(lock_);
+  // Ends a pause.
+  void resume(int fd) OX_EXCLUDES(lock_);
 
   // What to poll for: POLLIN, POLLOUT and POLLERR for the live slots.
   short get_events_flag(EventHandler& handler);
@@ -53,28 +54,44 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // The same by select(2); false also when that fails. Not used by the I/O thread.
   bool select(unsigned int timeout) OX_EXCLUDES(lock_);
 
-  // Run the slots for one descriptor's events, or for all descriptors in the sets. The first is
-  // false when no slot took any of them.
-  bool handle_event(int fd, short revents) OX_EXCLUDES(lock_);
+  // Run the slots for one descriptor's events, or for all descriptors in the sets.
+  void handle_event(int fd, short revents) OX_EXCLUDES(lock_);
   void handle_event(fd_set* read, fd_set* write, fd_set* error) OX_EXCLUDES(lock_);
 
   // `f` interrupts the wait of the polling thread; it is called, with no lock held, after a change
-  // on any other thread.
-  void set_waker(oxutils::Function f) OX_EXCLUDES(lock_);
+  // on any other thread. The first one stays until it is reset.
+  void set_waker(const oxutils::Function& f) OX_EXCLUDES(lock_);
+  void reset_waker(const oxutils::Function& f) OX_EXCLUDES(lock_);
 
  private:
   using Slot = oxutils::Function EventHandler::*;
 
+  struct Polled {
+    std::vector<pollfd> fds;
+    std::vector<uint64_t> generations;  // of the entry for each of them
+  };
+
   void store(int fd, Slot slot, oxutils::Function f) OX_EXCLUDES(lock_);
-  bool run(int fd, Slot slot) OX_EXCLUDES(lock_);
-  bool run_write(int fd) OX_EXCLUDES(lock_);
-  void silence(int fd, short revents) OX_EXCLUDES(lock_);
+  // Run a slot of the entry, which must still be of the generation unless that is kAny. False when
+  // there is nothing to run.
+  bool run(int fd, Slot slot, uint64_t generation) OX_EXCLUDES(lock_);
+  bool run_write(int fd, uint64_t generation) OX_EXCLUDES(lock_);
+  // False when no slot took any of the events.
+  bool dispatch(int fd, short revents, uint64_t generation) OX_EXCLUDES(lock_);
+  // The entry, if there is one of that generation.
+  EventHandler* find(int fd, uint64_t generation) OX_REQUIRES(lock_);
+  void pause(int fd, int ms, uint64_t generation) OX_EXCLUDES(lock_);
+  void silence(int fd, short revents, uint64_t generation) OX_EXCLUDES(lock_);
   void wake() OX_EXCLUDES(lock_);
-  bool collect(std::vector<pollfd>& fds, int& timeout) OX_EXCLUDES(lock_);
+  // Drops descriptors without live slots. False when there were none at all.
+  bool collect(Polled& polled, int& timeout) OX_EXCLUDES(lock_);
   bool fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) OX_EXCLUDES(lock_);
   std::vector<int> watched() OX_EXCLUDES(lock_);
 
+  static constexpr uint64_t kAny = 0;
+
   oxutils::mutex lock_;
+  uint64_t last_generation_ OX_GUARDED_BY(lock_) = kAny;
   std::map<int, EventHandler> handlers_ OX_GUARDED_BY(lock_);
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
   pthread_t polling_thread_ OX_GUARDED_BY(lock_){};

@@ -25,8 +25,11 @@ union SocketAddress {
   sockaddr_in6 v6;
 };
 
+bool is_known(TarnSocket::AddrFamily af) {
+  return af == TarnSocket::IPV4 || af == TarnSocket::IPV6;
+}
+
 socklen_t address_size(TarnSocket::AddrFamily af) {
-  OX_ASSERT("tarn_io/tarn_socket", __LINE__, af == TarnSocket::IPV4 || af == TarnSocket::IPV6);
   return af == TarnSocket::IPV6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
 }
 
@@ -46,10 +49,9 @@ TarnSocket::TarnSocket(int fd, Protocol p) : fd_(fd), protocol_(p) {}
 
 int TarnSocket::create_socket(AddrFamily af, Protocol p) {
   int fd = 0;
-  const bool known_family = af == IPV4 || af == IPV6;
   const int domain = af == IPV4 ? AF_INET : AF_INET6;
-  if (known_family && p == UDP) fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
-  if (known_family && p == TCP) fd = socket(domain, SOCK_STREAM, IPPROTO_TCP);
+  if (is_known(af) && p == UDP) fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
+  if (is_known(af) && p == TCP) fd = socket(domain, SOCK_STREAM, IPPROTO_TCP);
   TARN_LOG_VERBOSE("create socket fd %d af %d protocol %d", fd, af, p);
   return fd;
 }
@@ -134,6 +136,7 @@ bool TarnSocket::listen() {
 }
 
 TarnSocket TarnSocket::accept() {
+  if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
   SocketAddress from;
   socklen_t size = address_size(af_);
   const int fd = ::accept(fd_, &from.any, &size);
@@ -193,6 +196,7 @@ TcpBuffer TarnSocket::detach_buffer() {
 }
 
 int TarnSocket::readfrom(char* buf, int len, TarnAddr& from) {
+  if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
   SocketAddress source = {};
   socklen_t size = address_size(af_);
   const ssize_t result = recvfrom(fd_, buf, static_cast<size_t>(len), 0, &source.any, &size);

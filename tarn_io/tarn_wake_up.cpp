@@ -1,6 +1,7 @@
 #include "tarn_io/tarn_wake_up.h"
 
 #include <arpa/inet.h>
+#include <errno.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -24,17 +25,23 @@ union LoopbackAddress {
 
 bool TarnWakeUp::init() {
   // The listener stays open for the life of the process.
+  close_sender();
   const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   {
     const oxutils::scoped_lock hold(lock_);
     send_fd_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   }
-  if (!connect_pair(listener)) return false;
+  if (!connect_pair(listener)) {
+    // It is tried again while descriptors are short: keep none of them.
+    if (listener >= 0) close(listener);
+    close_sender();
+    return false;
+  }
+  if (!is_open()) return true;
   TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
   return true;
 }
 
-// Failed steps leave what they have opened open.
 bool TarnWakeUp::connect_pair(int listener) {
   LoopbackAddress address = {};
   address.v4.sin_family = AF_INET;
@@ -64,6 +71,7 @@ bool TarnWakeUp::connect_pair(int listener) {
 void TarnWakeUp::on_read() {
   char byte = 0;
   if (recv(recv_fd_, &byte, sizeof byte, MSG_DONTWAIT) > 0) return;
+  if (errno == EAGAIN || errno == EINTR) return;
   TARN_LOG_ERROR("TarnWakeUp recv error");
   fini();
   init();
@@ -76,12 +84,14 @@ int TarnWakeUp::wakeup() {
 }
 
 void TarnWakeUp::fini() {
-  TarnPoller::instance()->unwatch_read(recv_fd_);
-  {
-    const oxutils::scoped_lock hold(lock_);
-    if (send_fd_ >= 0) close(send_fd_);
-    send_fd_ = -1;
-  }
+  if (is_open()) TarnPoller::instance()->unwatch_read(recv_fd_);
+  close_sender();
   if (recv_fd_ >= 0) close(recv_fd_);
   recv_fd_ = -1;
+}
+
+void TarnWakeUp::close_sender() {
+  const oxutils::scoped_lock hold(lock_);
+  if (send_fd_ >= 0) close(send_fd_);
+  send_fd_ = -1;
 }

@@ -16,11 +16,13 @@ class TarnWakeUp {
   // Sends one byte, without waiting for room: bytes that are under way wake the thread as well.
   // Returns what send() returned.
   int wakeup() OX_EXCLUDES(lock_);
+  bool is_open() const { return recv_fd_ >= 0; }
   // Stops watching and closes both ends.
   void fini() OX_EXCLUDES(lock_);
 
  private:
   bool connect_pair(int listener);
+  void close_sender() OX_EXCLUDES(lock_);
 
   oxutils::mutex lock_;  // guards send_fd_ against being closed under a wakeup
   int recv_fd_ = -1;

@@ -10,13 +10,13 @@ constexpr int kPauseAfterFailure = 100;
 }  // namespace
 
 TcpListener::TcpListener() : TarnListener(TarnSocket(TarnSocket::TCP)) {
-  TarnPoller::instance()->watch_read(sock_.fd(), oxutils::Function(this, &TcpListener::on_read));
+  watch(oxutils::Function(this, &TcpListener::on_read));
 }
 
 void TcpListener::on_read() {
   // The callback may stop this listener.
   const oxutils::shared_ptr<TarnListener> hold = weak_this_.lock();
   const TarnSocket peer = sock_.accept();
-  if (peer.fd() < 0) TarnPoller::instance()->pause_read(sock_.fd(), kPauseAfterFailure);
+  if (peer.fd() < 0) TarnPoller::instance()->pause(sock_.fd(), kPauseAfterFailure);
   hand_over(peer);
 }

@@ -1,7 +1,5 @@
 #include "tarn_io/udp_listener.h"
 
-#include "tarn_io/tarn_poller.h"
-
 namespace {
 
 constexpr int kMaxDatagram = 1500;
@@ -11,7 +9,7 @@ constexpr int kMaxDrained = 4096;
 }  // namespace
 
 UdpListener::UdpListener() : TarnListener(TarnSocket(TarnSocket::UDP)) {
-  TarnPoller::instance()->watch_read(sock_.fd(), oxutils::Function(this, &UdpListener::on_read));
+  watch(oxutils::Function(this, &UdpListener::on_read));
 }
 
 void UdpListener::on_read() {
@@ -34,7 +32,8 @@ void UdpListener::accept_peer(TarnAddr& peer) {
   TarnSocket socket(TarnSocket::UDP);
   socket.reuse();
   socket.bind(port_);
-  if (socket.connect(peer)) {
+  // An address that was too long to be kept is nobody's.
+  if (!peer.get_ip().empty() && socket.connect(peer)) {
     drain(socket, peer);
   } else {
     // Unconnected it would take the other peers' datagrams.

@@ -93,7 +93,8 @@ TARN_API void tarn_consume(void* io, int len);
 /* UDP only: receives one datagram, cut to `len` bytes. Its size, or -1. A TCP handle aborts. */
 TARN_API int tarn_read(void* io, char* buf, int len);
 
-/* Sends `len` bytes: one datagram, or what the TCP socket takes of them. The number sent, or -1. */
+/* Sends `len` bytes: one datagram, or what the TCP socket takes of them. The number sent, or -1
+ * with errno set, EAGAIN where the socket would block. */
 TARN_API int tarn_write(void* io, const char* data, int len);
 
 /* ---- Listeners ---------------------------------------------------------------------------- */
@@ -102,14 +103,17 @@ TARN_API int tarn_write(void* io, const char* data, int len);
  * thread; a listener alone does not start that thread, so peers wait until something does.
  *
  * UDP: a peer's first datagram is consumed and delivered to nobody; the peer sends again. Each peer
- * gets a socket of its own on the same port. Takes 100 ms. Null when the port cannot be bound.
- * TCP: never null; a listener on a port that is taken never reports anybody. When a connection
- * cannot be accepted, the callback gets a handle whose calls fail. */
+ * gets a socket of its own on the same port; one that begins with several datagrams at once may get
+ * several handles, so begin with one and wait for an answer. Takes 100 ms. Null when the port
+ * cannot be bound; a port that another UDP listener of this kind holds can be. TCP: never null; a
+ * listener on a port that is taken never reports anybody. When a connection cannot be accepted, the
+ * callback gets a handle whose calls fail. */
 TARN_API void* tarn_start_listen_udp(unsigned short port, TarnNewConnCallback callback, void* arg);
 TARN_API void* tarn_start_listen_tcp(unsigned short port, TarnNewConnCallback callback, void* arg);
 
 /* Stops and releases a listener; its callback does not run any more when this has returned, unless
- * it is the caller. Null is ignored. */
+ * it is the caller. Waits for the I/O thread, so hold no lock that a callback may want. Null is
+ * ignored. */
 TARN_API void tarn_stop_listen(void* listener);
 
 #ifdef __cplusplus
