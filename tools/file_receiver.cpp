@@ -65,6 +65,12 @@ void FileReceiver::take(const Message& message) {
 
 void FileReceiver::take_hello(const Hello& hello) {
   if (phase_ != Phase::kGreeting) return fail_protocol("a second greeting");
+  if (hello.mtu > conversation_.max_message()) {
+    return fail(kPeerEnded,
+                fmt::format("messages of {} bytes are too large, {} is the most", hello.mtu,
+                            conversation_.max_message()),
+                true);
+  }
   const std::uint64_t windows = std::min(window_, std::max(hello.window, kMinWindow));
   const std::uint64_t fitting = kMaxQueuedBytes / hello.mtu;
   credit_span_ = std::max<std::uint64_t>(1, std::min(windows - kControlReserve, fitting));

@@ -26,6 +26,7 @@ FileSender::FileSender(Conversation& conversation, std::vector<std::string> path
       paths_(std::move(paths)),
       payload_size_(settings.mtu - kDataHeadSize),
       report_(std::move(report)) {
+  conversation_.wait_for_peer();
   conversation_.send(encode(Hello{settings.window, settings.mtu}));
 }
 
@@ -79,6 +80,7 @@ void FileSender::fail(int status, std::string text, bool tell_peer) {
 
 bool FileSender::pump(TimePoint now) {
   waiting_fd_ = -1;
+  if (!conversation_.is_answered()) return false;
   bool more = true;
   for (int i = 0; i < kBurst && more && !outcome_; ++i) more = step(now);
   return more && !outcome_;
@@ -154,7 +156,7 @@ bool FileSender::send_end() {
 }
 
 bool FileSender::drain(TimePoint now) {
-  if (conversation_.outstanding() == 0 || now > drain_until_) {
+  if (conversation_.delivered() || now > drain_until_) {
     outcome_ = Outcome{worst_status_, "", false};
   }
   return false;

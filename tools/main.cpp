@@ -55,7 +55,8 @@ void add_log(CLI::App& app, CommandLine& line) {
 }
 
 void add_session_options(CLI::App& app, SessionSettings& settings) {
-  app.add_option("--window", settings.window, "Segments under way at most, 16 to 16384")
+  app.add_option("--window", settings.window,
+                 "Segments under way at most, 16 to 16384; 64 with --attach")
       ->check(CLI::Range(kMinWindow, kMaxWindow))
       ->type_name("N")
       ->capture_default_str();
@@ -70,10 +71,26 @@ void add_session_options(CLI::App& app, SessionSettings& settings) {
       ->type_name("MS");
 }
 
+void add_transport(CLI::App& app, SessionSettings& settings) {
+  const auto choose = [&settings](Transport transport) {
+    return [&settings, transport] {
+      settings.transport = transport;
+      // Before --window, which has the last word, is looked at.
+      if (transport == Transport::kAttached) settings.window = kAttachedWindow;
+    };
+  };
+  CLI::Option* const attach = app.add_flag_callback("--attach", choose(Transport::kAttached),
+                                                    "Let the library own the UDP sockets");
+  app.add_flag_callback("--tcp", choose(Transport::kStream),
+                        "Over a TCP connection, without a session")
+      ->excludes(attach);
+}
+
 void add_send(CLI::App& app, CommandLine& line) {
   CLI::App& command = *app.add_subcommand("send", "Send files to a receiver");
   command.add_option("target", line.send.target, "HOST:PORT, [ADDRESS]:PORT for IPv6")->required();
   command.add_option("files", line.send.files, "Files, \"-\" for standard input")->required();
+  add_transport(command, line.send.settings);
   add_session_options(command, line.send.settings);
   add_log(command, line);
   command.callback([&line] { line.command = [&line] { return run_send(line.send); }; });
@@ -90,6 +107,7 @@ void add_receive(CLI::App& app, CommandLine& line) {
                   "Write to FILE, \"-\" for standard output, all files joined; implies --once")
       ->type_name("FILE");
   command.add_flag("--once", line.receive.once, "End after one conversation");
+  add_transport(command, line.receive.settings);
   add_session_options(command, line.receive.settings);
   add_log(command, line);
   command.callback([&line] { line.command = [&line] { return run_receive(line.receive); }; });

@@ -52,6 +52,7 @@ OutputChannel::~OutputChannel() {
 void* OutputChannel::user() const { return reinterpret_cast<void*>(number_); }
 
 void OutputChannel::send(std::string_view datagram) {
+  if (!socket_) return;
   if (to_) {
     socket_->send_to(datagram, *to_);
   } else {

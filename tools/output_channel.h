@@ -19,7 +19,8 @@ namespace tarn_tool {
 // channel's address but its number, which is looked up for each call.
 class OutputChannel {
  public:
-  // `to` is where to send; nothing when the socket is connected.
+  // `to` is where to send; nothing when the socket is connected. Without a socket, for a session
+  // whose datagrams take another way, nothing is sent.
   static std::shared_ptr<OutputChannel> open(std::shared_ptr<UdpSocket> socket,
                                              const std::optional<PeerAddress>& to);
   // The channel of a session's `user` pointer, or null when it is gone.
@@ -32,7 +33,7 @@ class OutputChannel {
   void* user() const;
 
   void send(std::string_view datagram);
-  int last_error() const { return socket_->last_error(); }
+  int last_error() const { return socket_ ? socket_->last_error() : 0; }
 
   std::atomic<bool> overflowed{false};  // the send window was full
   std::atomic<bool> peer_left{false};   // the peer said bye

@@ -40,9 +40,10 @@ std::optional<HostPort> split(const std::string& text, std::string& error) {
   return parts;
 }
 
-std::optional<PeerAddress> look_up(const HostPort& parts, std::string& error) {
+std::optional<PeerAddress> look_up(const HostPort& parts, std::string& error,
+                                   int family = AF_UNSPEC) {
   addrinfo hints = {};
-  hints.ai_family = AF_UNSPEC;
+  hints.ai_family = family;
   hints.ai_socktype = SOCK_DGRAM;
   hints.ai_flags = AI_NUMERICSERV;
   addrinfo* found = nullptr;
@@ -69,14 +70,16 @@ Family view_as(const sockaddr_storage& storage) {
 PeerAddress::PeerAddress(const sockaddr_storage& storage, socklen_t length)
     : storage_(storage), length_(std::min<socklen_t>(length, sizeof(storage_))) {}
 
-std::optional<PeerAddress> PeerAddress::resolve(const std::string& text, std::string& error) {
+std::optional<PeerAddress> PeerAddress::resolve(const std::string& text, std::string& error,
+                                                bool prefer_v4) {
   const auto parts = split(text, error);
   if (!parts) return std::nullopt;
   if (std::stoul(parts->port) == 0) {
     error = fmt::format("\"{}\": nothing can be sent to port 0", text);
     return std::nullopt;
   }
-  return look_up(*parts, error);
+  const auto v4 = prefer_v4 ? look_up(*parts, error, AF_INET) : std::nullopt;
+  return v4 ? v4 : look_up(*parts, error);
 }
 
 std::optional<PeerAddress> PeerAddress::resolve_listener(const std::string& text,
@@ -121,21 +124,25 @@ PeerAddress PeerAddress::any_v4() const {
   return PeerAddress(storage, sizeof(any));
 }
 
-std::string PeerAddress::text() const {
+std::string PeerAddress::host() const {
   char host[INET6_ADDRSTRLEN] = "";
   if (family() == AF_INET) {
     const auto address = view_as<sockaddr_in>(storage_);
     inet_ntop(AF_INET, &address.sin_addr, host, sizeof(host));
-    return fmt::format("{}:{}", host, port());
+  } else if (family() == AF_INET6) {
+    const auto address = view_as<sockaddr_in6>(storage_);
+    const bool is_v4 = IN6_IS_ADDR_V4MAPPED(&address.sin6_addr);
+    inet_ntop(is_v4 ? AF_INET : AF_INET6, address.sin6_addr.s6_addr + (is_v4 ? 12 : 0), host,
+              sizeof(host));
   }
-  if (family() != AF_INET6) return "no address";
-  const auto address = view_as<sockaddr_in6>(storage_);
-  if (IN6_IS_ADDR_V4MAPPED(&address.sin6_addr)) {
-    inet_ntop(AF_INET, address.sin6_addr.s6_addr + 12, host, sizeof(host));
-    return fmt::format("{}:{}", host, port());
-  }
-  inet_ntop(AF_INET6, &address.sin6_addr, host, sizeof(host));
-  return fmt::format("[{}]:{}", host, port());
+  return host;
+}
+
+std::string PeerAddress::text() const {
+  const std::string address = host();
+  if (address.empty()) return "no address";
+  const bool is_v6 = address.find(':') != std::string::npos;
+  return fmt::format(is_v6 ? "[{}]:{}" : "{}:{}", address, port());
 }
 
 bool PeerAddress::operator<(const PeerAddress& other) const { return key() < other.key(); }

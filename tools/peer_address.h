@@ -18,7 +18,9 @@ class PeerAddress {
 
   // "HOST:PORT" or "[HOST]:PORT", HOST a name or a number. On failure nothing, and `error` says
   // why.
-  static std::optional<PeerAddress> resolve(const std::string& text, std::string& error);
+  // Of several addresses the first, an IPv4 one with `prefer_v4`.
+  static std::optional<PeerAddress> resolve(const std::string& text, std::string& error,
+                                            bool prefer_v4 = false);
 
   // Where to listen: "PORT" (all interfaces, both families where the system has both),
   // "HOST:PORT" or "[HOST]:PORT". Port 0 lets the system choose.
@@ -28,6 +30,8 @@ class PeerAddress {
   socklen_t size() const { return length_; }
   int family() const { return storage_.ss_family; }
   unsigned port() const;
+  // The address alone, numeric, as text.
+  std::string host() const;
   // True for the IPv6 wildcard, which stands for every address of both families.
   bool is_any_v6() const;
   // The wildcard of IPv4 with the same port, for systems without IPv6.

@@ -1,0 +1,74 @@
+#include "tools/datagram_conversation.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace tarn_tool {
+namespace {
+
+// Datagrams taken in before the next ones are sent.
+constexpr int kBatch = 256;
+
+}  // namespace
+
+DatagramConversation::DatagramConversation(std::shared_ptr<OutputChannel> channel, std::string peer,
+                                           unsigned conv, const SessionSettings& settings)
+    : Conversation(std::move(peer), settings),
+      channel_(std::move(channel)),
+      session_(channel_, conv, on_reliable, on_unreliable, this) {}
+
+DatagramConversation::DatagramConversation(std::shared_ptr<UdpSocket> socket, std::string peer,
+                                           unsigned conv, const SessionSettings& settings)
+    : DatagramConversation(OutputChannel::open(socket, std::nullopt), std::move(peer), conv,
+                           settings) {
+  own_socket_ = std::move(socket);
+  buffer_.resize(UdpSocket::kMaxDatagram);
+}
+
+DatagramConversation::DatagramConversation(std::shared_ptr<UdpSocket> socket, const PeerAddress& to,
+                                           unsigned conv, const SessionSettings& settings)
+    : DatagramConversation(OutputChannel::open(std::move(socket), to), to.text(), conv, settings) {}
+
+int DatagramConversation::on_reliable(char* data, int len, void* user) {
+  static_cast<DatagramConversation*>(user)->deliver({data, static_cast<std::size_t>(len)},
+                                                    Channel::kReliable);
+  return 0;
+}
+
+int DatagramConversation::on_unreliable(char* data, int len, void* user) {
+  static_cast<DatagramConversation*>(user)->deliver({data, static_cast<std::size_t>(len)},
+                                                    Channel::kUnreliable);
+  return 0;
+}
+
+void DatagramConversation::input(char* datagram, std::size_t size, TimePoint now) {
+  heard(now);
+  tarn_input(session_.handle(), datagram, static_cast<int>(size));
+  ledger_.received({datagram, size});
+}
+
+void DatagramConversation::take_in() {
+  PeerAddress from;
+  for (int i = 0; own_socket_ && i < kBatch; ++i) {
+    const auto size = own_socket_->receive(buffer_.data(), buffer_.size(), from);
+    if (!size) return;
+    input(buffer_.data(), *size, Clock::now());
+  }
+}
+
+unsigned DatagramConversation::room() const {
+  return settings().window - std::min(settings().window, ledger_.outstanding());
+}
+
+void DatagramConversation::send(std::string message) {
+  ledger_.sent();
+  session_.send(std::move(message));
+}
+
+std::string DatagramConversation::last_error() const {
+  const int error = channel_->last_error();
+  return error == 0 ? "" : std::strerror(error);
+}
+
+}  // namespace tarn_tool
