@@ -8,10 +8,11 @@ thread::thread(Function f) : function_(std::move(f)) {
   created_ = pthread_create(&handle_, nullptr, &thread::entry, this) == 0;
 }
 
-thread::~thread() {
-  if (!created_) return;
+thread::~thread() { join(); }
+
+void thread::join() {
+  if (!created_ || joined) return;
   started.wait();
-  if (joined) return;
   pthread_join(handle_, nullptr);
   joined = true;
 }

@@ -18,6 +18,9 @@ class thread {
   thread(const thread&) = delete;
   thread& operator=(const thread&) = delete;
 
+  // Waits until the body has ended. Again: nothing. Not on the thread itself.
+  void join();
+
   // False when the system refused to create the thread; the function then never runs.
   bool created() const { return created_; }
 

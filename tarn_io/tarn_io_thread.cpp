@@ -32,6 +32,7 @@ TarnIoThread::~TarnIoThread() {
 }
 
 void TarnIoThread::start() {
+  const oxutils::scoped_lock hold(thread_lock_);
   if (running_ != 0) return;
   if (thread_ && tid_ == pthread_self()) {
     running_ = 1;  // the loop has not looked yet
@@ -88,11 +89,20 @@ unsigned int TarnIoThread::next_timeout() {
 void TarnIoThread::do_pendings() { pendings_.run_all(); }
 
 void TarnIoThread::run(oxutils::Function f) {
-  if (tid_ == pthread_self() || !pendings_.push(f)) {
+  if (tid_ == pthread_self()) {
     f();
-  } else {
+  } else if (pendings_.push(f)) {
     wake();
+  } else {
+    join_ended();
+    f();
   }
+}
+
+// The loop has ended: nothing of what was handed over before is left to run when this returns.
+void TarnIoThread::join_ended() {
+  const oxutils::scoped_lock hold(thread_lock_);
+  if (thread_) thread_->join();
 }
 
 void TarnIoThread::wait(oxutils::Function f) {

@@ -5,6 +5,7 @@
 #include <pthread.h>
 
 #include "oxutils/callback.h"
+#include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
 #include "oxutils/sem.h"
 #include "oxutils/singleton.h"
@@ -44,12 +45,14 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   void do_pendings();
 
  private:
+  void join_ended() OX_EXCLUDES(thread_lock_);
   void loop();
   // Milliseconds for the next poll; tries to build the wake-up if there is none.
   unsigned int next_timeout();
   void wake();
 
   const oxutils::Function waker_;
+  oxutils::mutex thread_lock_;  // guards the creation and the joining of thread_
   oxutils::unique_ptr<oxutils::thread> thread_;
   TarnWakeUp wake_up_;
   CallQueue

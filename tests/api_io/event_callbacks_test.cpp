@@ -128,6 +128,9 @@ TEST_F(Events, WriteableBeforeItsCallbackIsToldOnceOnTheSettingThread) {
   tarn_set_writeable_callback(pair.io, nullptr, nullptr);
   io_thread_pass();
   tarn_set_writeable_callback(pair.io, nullptr, nullptr);
+  // One pass files the watch, the next one has its event.
+  io_thread_pass();
+  io_thread_pass();
   EventCounter writeable;
 
   tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);

@@ -11,9 +11,10 @@
 namespace tarn_test {
 namespace {
 
-std::mutex guard;
-std::condition_variable arrived;
-std::vector<LogLine> captured;
+// Never destroyed: the library's threads may log until the process is gone.
+std::mutex& guard = *new std::mutex;
+std::condition_variable& arrived = *new std::condition_variable;
+std::vector<LogLine>& captured = *new std::vector<LogLine>;
 
 void on_line(int level, const char* text) {
   const std::lock_guard<std::mutex> lock(guard);
