@@ -10,7 +10,6 @@
 #include <string>
 
 namespace {
-
 constexpr unsigned short kPort = 21703;
 
 void send_line(void* session, std::string line) {
