@@ -171,8 +171,8 @@ TEST_F(Attach, EmptyDatagramIsNotPassedOn) {
 TEST_F(Attach, DeadSessionIsLoggedAndChangesNothing) {
   Endpoint gone;
   void* const handle = gone.handle();
+  Endpoint session;  // before the other one goes, whose address it could get
   gone.destroy();
-  Endpoint session;
   const UdpPair pair;
   tarn_attach_io(session.handle(), pair.io);
   const LogCapture log(2);
