@@ -2,6 +2,7 @@
 // call one method.
 #include <utility>
 
+#include "src/borrowed_bytes.h"
 #include "src/data_view.h"
 #include "src/tarn_log.h"
 #include "src/tarn_registry.h"
@@ -15,11 +16,6 @@ namespace {
 using SessionPtr = oxutils::shared_ptr<TarnSession>;
 
 constexpr int kFailed = -1;
-
-unsigned long size_of(int len) { return len > 0 ? static_cast<unsigned long>(len) : 0; }
-
-// A null pointer is as good as any with no bytes to read.
-bool is_missing(const char* data, int len) { return data == nullptr && len > 0; }
 
 void log_kcp() { TARN_LOG_ERROR("kcp not surported"); }
 
@@ -144,7 +140,7 @@ void tarn_input(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_input fail,null data tarn %p", handle);
     return;
   }
-  Block block(data, size_of(len));
+  Block block(data, static_cast<unsigned long>(usable_length(len)));
   session->input(DataView::lend(block));
 }
 
@@ -159,7 +155,7 @@ void tarn_send_reliable(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_send_reliable fail,null data tarn %p", handle);
     return;
   }
-  Block block(data, size_of(len));
+  Block block(data, static_cast<unsigned long>(usable_length(len)));
   DataView view = DataView::lend(block);
   session->send_reliable(view, wire::kWhole);
 }
@@ -175,7 +171,7 @@ void tarn_send_unreliable(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_send_unreliable fail,null data tarn %p", handle);
     return;
   }
-  Block block(data, size_of(len));
+  Block block(data, static_cast<unsigned long>(usable_length(len)));
   DataView view = DataView::lend(block);
   session->send_unreliable(view);
 }
@@ -191,7 +187,7 @@ void tarn_send_unreliable_nocp(void* handle, char* buf, int len) {
     TARN_LOG_WARN("tarn_send_unreliable_nocp fail,null data tarn %p", handle);
     return;
   }
-  session->send_unreliable(buf, static_cast<int>(size_of(len)));
+  session->send_unreliable(buf, usable_length(len));
 }
 
 void tarn_send_kcp(void*, char*, int) { log_kcp(); }

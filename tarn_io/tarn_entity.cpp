@@ -2,12 +2,6 @@
 
 #include "tarn/tarn.h"
 
-namespace {
-
-constexpr int kMaxDatagram = 1500;
-
-}  // namespace
-
 void TarnEntity::attach(TarnIo* io) {
   ios_.push_back(io);
   tarn_set_output_callback(session_, &TarnEntity::tarn_output, this);
@@ -24,6 +18,6 @@ int TarnEntity::tarn_output(char* data, int len, void* user) {
 int TarnEntity::read(void* io) {
   auto* const object = static_cast<TarnIo*>(io);
   if (object->get_sock().protocol() == TarnSocket::TCP) return object->peek_size();
-  char scratch[kMaxDatagram];
-  return object->read(scratch, kMaxDatagram);
+  char scratch[TarnSocket::kMaxDatagram];
+  return object->read(scratch, TarnSocket::kMaxDatagram);
 }

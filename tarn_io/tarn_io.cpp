@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int kMaxDatagram = 1500;
-
 void* next_number() {
   static std::atomic<uintptr_t> last{0};
   return reinterpret_cast<void*>(++last);
@@ -210,8 +208,8 @@ int TarnIo::output_numbered(char* data, int len, void* number) {
 
 void TarnIo::on_tarn_input(void* io) {
   auto* const self = static_cast<TarnIo*>(io);
-  char datagram[kMaxDatagram];
-  const int len = self->read(datagram, kMaxDatagram);
+  char datagram[TarnSocket::kMaxDatagram];
+  const int len = self->read(datagram, TarnSocket::kMaxDatagram);
   if (len >= 1) tarn_input(self->session_, datagram, len);
 }
 

@@ -1,5 +1,6 @@
 // The exported calls on I/O handles: look the handle up, log and return if it is bad, call one
 // method.
+#include "src/borrowed_bytes.h"
 #include "src/tarn_log.h"
 #include "src/tarn_thread.h"
 #include "tarn/io.h"
@@ -18,8 +19,6 @@ void destroy_io_later(void* io) {
   if (io != nullptr) tarn_remove_io(io);
 }
 
-bool is_missing(const char* data, int len) { return data == nullptr && len > 0; }
-
 // Binds the socket, unless `local_port` is 0, and begins to connect it. Failures show later.
 void* open_io(TarnSocket socket, const char* ip, unsigned short port, unsigned short local_port) {
   socket.async();
@@ -27,8 +26,6 @@ void* open_io(TarnSocket socket, const char* ip, unsigned short port, unsigned s
   socket.connect(ip, static_cast<short>(port));
   return tarn_add_io(socket).get();
 }
-
-int size_of(int len) { return len > 0 ? len : 0; }
 
 }  // namespace
 
@@ -116,7 +113,7 @@ void tarn_consume(void* io, int len) {
     TARN_LOG_WARN("tarn_consume fail,bad io %p", io);
     return;
   }
-  object->consume(size_of(len));
+  object->consume(usable_length(len));
 }
 
 int tarn_read(void* io, char* buf, int len) {
@@ -129,7 +126,7 @@ int tarn_read(void* io, char* buf, int len) {
     TARN_LOG_WARN("tarn_read fail,null data io %p", io);
     return kFailed;
   }
-  return object->read(buf, size_of(len));
+  return object->read(buf, usable_length(len));
 }
 
 int tarn_write(void* io, const char* data, int len) {
@@ -142,5 +139,5 @@ int tarn_write(void* io, const char* data, int len) {
     TARN_LOG_WARN("tarn_write fail,null data io %p", io);
     return kFailed;
   }
-  return object->write(data, size_of(len));
+  return object->write(data, usable_length(len));
 }

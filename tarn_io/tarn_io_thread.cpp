@@ -79,7 +79,7 @@ void TarnIoThread::loop() {
 }
 
 unsigned int TarnIoThread::next_timeout() {
-  if (!wake_up_.is_open() && !(wake_up_.init() && wake_up_.is_open())) return kRetryWakeUp;
+  if (!wake_up_.is_open() && !wake_up_.retry()) return kRetryWakeUp;
   const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
   if (timeout <= kMaxTimeout) return timeout;
   TARN_LOG_ERROR("tarn thread poll timeout %lu", static_cast<unsigned long>(timeout));

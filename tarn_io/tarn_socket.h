@@ -17,6 +17,9 @@ class TarnSocket {
   enum Protocol { TCP = 0, UDP = 1 };
   enum AddrFamily { IPV4 = 0, IPV6 = 1 };
 
+  // What the library reads of a datagram; the rest of a longer one is cut off.
+  static constexpr int kMaxDatagram = 1500;
+
   // Opens a socket of the family that the host reaches; asks the kernel for a route each time, so
   // that new sockets follow a change of network.
   explicit TarnSocket(Protocol p);

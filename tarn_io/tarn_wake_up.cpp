@@ -24,22 +24,27 @@ union LoopbackAddress {
 }  // namespace
 
 bool TarnWakeUp::init() {
-  // The listener stays open for the life of the process.
-  close_sender();
   const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   {
     const oxutils::scoped_lock hold(lock_);
     send_fd_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
   }
-  if (!connect_pair(listener)) {
-    // It is tried again while descriptors are short: keep none of them.
-    if (listener >= 0) close(listener);
-    close_sender();
-    return false;
+  const bool connected = connect_pair(listener);
+  if (is_open()) {
+    // The listener stays open for the life of the process.
+    TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
+  } else {
+    failed_listener_ = listener;
   }
-  if (!is_open()) return true;
-  TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
-  return true;
+  return connected;
+}
+
+bool TarnWakeUp::retry() {
+  if (failed_listener_ >= 0) close(failed_listener_);
+  failed_listener_ = -1;
+  close_sender();
+  init();
+  return is_open();
 }
 
 bool TarnWakeUp::connect_pair(int listener) {

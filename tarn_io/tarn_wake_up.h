@@ -9,7 +9,8 @@
 // destruction touch no descriptor.
 class TarnWakeUp {
  public:
-  // Connects the pair and watches the read end. False, and logged, when a step fails.
+  // Connects the pair and watches the read end. False, and logged, when a step fails; what has been
+  // opened by then stays open.
   bool init() OX_EXCLUDES(lock_);
   // Takes one byte; a broken pair is built anew.
   void on_read();
@@ -17,6 +18,9 @@ class TarnWakeUp {
   // Returns what send() returned.
   int wakeup() OX_EXCLUDES(lock_);
   bool is_open() const { return recv_fd_ >= 0; }
+  // Gives up what a failed init() left open and tries again, so that a shortage of descriptors can
+  // be waited out. Whether the pair is there now.
+  bool retry() OX_EXCLUDES(lock_);
   // Stops watching and closes both ends.
   void fini() OX_EXCLUDES(lock_);
 
@@ -26,6 +30,7 @@ class TarnWakeUp {
 
   oxutils::mutex lock_;  // guards send_fd_ against being closed under a wakeup
   int recv_fd_ = -1;
+  int failed_listener_ = -1;
   int send_fd_ = -1;
 };
 

@@ -2,7 +2,6 @@
 
 namespace {
 
-constexpr int kMaxDatagram = 1500;
 // More than a receive buffer holds at the usual sizes; a peer that floods ends the draining.
 constexpr int kMaxDrained = 4096;
 
@@ -17,9 +16,9 @@ void UdpListener::on_read() {
   const oxutils::shared_ptr<TarnListener> hold = weak_this_.lock();
   // A damaged datagram wakes without being there.
   if (!sock_.has_datagram()) return;
-  char datagram[kMaxDatagram];
+  char datagram[TarnSocket::kMaxDatagram];
   TarnAddr peer;
-  sock_.readfrom(datagram, kMaxDatagram, peer);
+  sock_.readfrom(datagram, TarnSocket::kMaxDatagram, peer);
   newcomers_.push_back(peer);
   while (!newcomers_.empty() && !is_stopped()) {
     TarnAddr next = newcomers_.front();
@@ -45,11 +44,11 @@ void UdpListener::accept_peer(TarnAddr& peer) {
 // What came before the socket was connected may be anybody's: none of it may reach this peer's
 // session. Other peers are served as if they had come to the listener.
 void UdpListener::drain(TarnSocket& socket, const TarnAddr& peer) {
-  char datagram[kMaxDatagram];
+  char datagram[TarnSocket::kMaxDatagram];
   socket.async();
   for (int i = 0; i < kMaxDrained && socket.has_datagram(); ++i) {
     TarnAddr from;
-    socket.readfrom(datagram, kMaxDatagram, from);
+    socket.readfrom(datagram, TarnSocket::kMaxDatagram, from);
     const bool is_peer = from.get_ip() == peer.get_ip() && from.get_port() == peer.get_port();
     if (!is_peer) newcomers_.push_back(from);
   }
