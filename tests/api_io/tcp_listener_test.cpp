@@ -1,9 +1,12 @@
 // A TCP listener: accepting, ports that are taken, descriptors that run out, the end.
 #include <sys/socket.h>
 
+#include <chrono>
+
 #include "tarn/io.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
+#include "tests/support/test_listener.h"
 
 using namespace tarn_test;
 
@@ -12,31 +15,8 @@ namespace {
 using TcpListening = SocketFixture;
 using TcpListeningFirst = RealTimeFixture;
 
-// A listener whose new handles are collected.
-struct Listener {
-  Listener() : handle(tarn_start_listen_tcp(port, NewHandles::on_new, &handles)) {
-    EXPECT_NE(handle, nullptr);
-  }
-  ~Listener() { tarn_stop_listen(handle); }
-  Listener(const Listener&) = delete;
-  Listener& operator=(const Listener&) = delete;
-
-  const unsigned short port = free_port();
-  NewHandles handles;
-  void* handle;
-};
-
-// Stops the listener inside its own callback.
-struct Stopping {
-  static void on_new(void* io, void* object) {
-    auto* const self = static_cast<Stopping*>(object);
-    tarn_stop_listen(self->listener);
-    NewHandles::on_new(io, &self->handles);
-  }
-
-  std::atomic<void*> listener{nullptr};
-  NewHandles handles;
-};
+using Listener = TestListener<tarn_start_listen_tcp>;
+using Stopping = StoppingCallback;
 
 }  // namespace
 
@@ -255,4 +235,20 @@ TEST_F(TcpListeningFirst, ShortageAtTheStartOfTheIoThreadHangsNobody) {
   }
 
   tarn_destroy_io(io);
+}
+
+// Without a wake-up every hand-off to the thread takes a whole poll, ten seconds.
+TEST_F(TcpListeningFirst, WakeUpIsBuiltOnceDescriptorsAreBack) {
+  const Listener listener;  // keeps the thread going without a wake-up
+  void* const io = tarn_create_udp_io(kLoopback, 9, 0);
+  EventCounter writeable;
+  {
+    const DescriptorShortage shortage;
+    tarn_set_writeable_callback(io, EventCounter::on_event, &writeable);
+  }
+  const auto start = std::chrono::steady_clock::now();
+
+  tarn_destroy_io(io);
+
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }

@@ -1,4 +1,8 @@
 // Files from one process to another.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <string>
 
 #include "tests/e2e/tool_fixture.h"
@@ -9,6 +13,17 @@ using namespace tarn_test;
 using namespace tarn_tool;
 
 namespace {
+
+bool has_ipv6_loopback() {
+  sockaddr_in6 address = {};
+  address.sin6_family = AF_INET6;
+  address.sin6_addr = in6addr_loopback;
+  const int fd = socket(AF_INET6, SOCK_DGRAM, 0);
+  const bool found =
+      fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+  if (fd >= 0) close(fd);
+  return found;
+}
 
 std::string digest_of(const std::string& bytes) {
   Digest digest;
@@ -175,8 +190,8 @@ TEST_F(Transfer, NeitherSendWindowOverflowsOnABadLink) {
 }
 
 TEST_F(Transfer, WorksOverIpv6) {
+  if (!has_ipv6_loopback()) GTEST_SKIP() << "this host has no ::1";
   const auto receiver = start({"recv", "[::1]:0", "-o", "f"}, "received");
-  if (!receiver->wait_for_error_text("listening")) GTEST_SKIP() << receiver->errors();
   const std::string address = address_of(*receiver);
 
   const auto sent =

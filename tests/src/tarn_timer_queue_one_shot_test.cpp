@@ -13,20 +13,9 @@ using Marks = std::vector<int>;
 
 namespace {
 
-class OneShot : public ::testing::Test {
+class OneShot : public tarn_test::TimerQueueFixture {
  protected:
   int add(int delay, int mark) { return queue_.add_timer(runs_.mark(mark), delay, 0); }
-  // What runs in a pass `ms` later.
-  Marks pass_after(int ms) {
-    clock_.advance_ms(ms);
-    queue_.process_timers();
-    return runs_.take();
-  }
-
-  tarn_test::VirtualClock clock_;
-  tarn_test::InlineOwner owner_;
-  tarn_test::Runs runs_;
-  TarnTimerQueue queue_{&owner_};
 };
 
 TEST_F(OneShot, DoesNotRunInThePassOfItsOwnTick) {

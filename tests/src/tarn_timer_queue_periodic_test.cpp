@@ -12,20 +12,9 @@ using Marks = std::vector<int>;
 
 namespace {
 
-class Periodic : public ::testing::Test {
+class Periodic : public tarn_test::TimerQueueFixture {
  protected:
   int add(int interval, int mark) { return queue_.add_timer(runs_.mark(mark), interval, interval); }
-  // What runs in a pass `ms` later.
-  Marks pass_after(int ms) {
-    clock_.advance_ms(ms);
-    queue_.process_timers();
-    return runs_.take();
-  }
-
-  tarn_test::VirtualClock clock_;
-  tarn_test::InlineOwner owner_;
-  tarn_test::Runs runs_;
-  TarnTimerQueue queue_{&owner_};
 };
 
 TEST_F(Periodic, RunsInThePassOfItsOwnTick) {

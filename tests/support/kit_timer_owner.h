@@ -2,6 +2,7 @@
 #ifndef TARN_TESTS_SUPPORT_KIT_TIMER_OWNER_H_
 #define TARN_TESTS_SUPPORT_KIT_TIMER_OWNER_H_
 
+#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <functional>
@@ -10,6 +11,8 @@
 
 #include "oxutils/callback.h"
 #include "src/tarn_thread_base.h"
+#include "src/tarn_timer.h"
+#include "tests/support/virtual_clock.h"
 
 namespace tarn_test {
 
@@ -73,6 +76,22 @@ class Runs {
     if (on_run) on_run(mark);
   }
   std::vector<int> marks_;
+};
+
+// A queue whose owner is the test's thread, on a clock that the test moves.
+class TimerQueueFixture : public ::testing::Test {
+ protected:
+  // What runs in a pass `ms` later.
+  std::vector<int> pass_after(int ms) {
+    clock_.advance_ms(ms);
+    queue_.process_timers();
+    return runs_.take();
+  }
+
+  VirtualClock clock_;
+  InlineOwner owner_;
+  Runs runs_;
+  TarnTimerQueue queue_{&owner_};
 };
 
 }  // namespace tarn_test

@@ -24,6 +24,17 @@ class OwnedFd {
   int fd_ = -1;
 };
 
+// A socket of the library's that is closed in the end; `Socket` is TarnSocket.
+template <typename Socket, typename Socket::Protocol protocol>
+struct Closing {
+  Closing() : socket(Socket::create_socket(Socket::IPV4, protocol), protocol) {}
+  ~Closing() { socket.close(); }
+  Closing(const Closing&) = delete;
+  Closing& operator=(const Closing&) = delete;
+  Socket* operator->() { return &socket; }
+  Socket socket;
+};
+
 // Two ends of one connection.
 struct Ends {
   OwnedFd near;

@@ -22,14 +22,7 @@ namespace {
 
 constexpr char kSource[] = "tarn_io/tarn_socket";
 
-struct Tcp {
-  Tcp() : socket(TarnSocket::create_socket(TarnSocket::IPV4, TarnSocket::TCP), TarnSocket::TCP) {}
-  ~Tcp() { socket.close(); }
-  Tcp(const Tcp&) = delete;
-  Tcp& operator=(const Tcp&) = delete;
-  TarnSocket* operator->() { return &socket; }
-  TarnSocket socket;
-};
+using Tcp = tarn_test::Closing<TarnSocket, TarnSocket::TCP>;
 
 }  // namespace
 

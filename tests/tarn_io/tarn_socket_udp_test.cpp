@@ -23,15 +23,7 @@ namespace {
 
 constexpr char kSource[] = "tarn_io/tarn_socket";
 
-// A UDP socket of the library that is closed in the end.
-struct Udp {
-  Udp() : socket(TarnSocket::create_socket(TarnSocket::IPV4, TarnSocket::UDP), TarnSocket::UDP) {}
-  ~Udp() { socket.close(); }
-  Udp(const Udp&) = delete;
-  Udp& operator=(const Udp&) = delete;
-  TarnSocket* operator->() { return &socket; }
-  TarnSocket socket;
-};
+using Udp = tarn_test::Closing<TarnSocket, TarnSocket::UDP>;
 
 }  // namespace
 
