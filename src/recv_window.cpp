@@ -65,12 +65,15 @@ void RecvWindow::mark_una_updated() {
 void RecvWindow::advance(unsigned short seq) {
   {
     const oxutils::scoped_lock hold(lock_);
+    // A jump: what waits may now lie on the other side of last_seq.
+    const bool jumps = seq != next_of(last_seq) && seq != last_seq;
+    if (jumps && !recv_buffer_.empty()) scattered_ = true;
     last_seq = seq;
     una_updated = true;
     // Delivered past the buffer while a copy waited there: from inside a callback, or before
     // number 0 when the whole ring may be waiting. The copy must not surface one wrap later.
     Packet stale;
-    if (take_buffered(seq, stale)) ack_list.remove(seq);
+    if (take_buffered(seq, stale)) unlist(seq);
   }
   TARN_LOG_VERBOSE("recv window output seq %u", seq);
 }
@@ -122,6 +125,7 @@ bool RecvWindow::write_to_buffer(Packet&& p) {
 }
 
 void RecvWindow::store(Packet&& p) {
+  settle_ack_list();
   // Listed again when it is repeated; the packet stored first stays.
   if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(p.seq);
   if (find_buffered(p.seq) != recv_buffer_.end()) return;
@@ -134,11 +138,17 @@ void RecvWindow::store(Packet&& p) {
 
 void RecvWindow::try_release_buffer() {
   Packet packet;
+  bool released = false;
   while (take_next(packet)) {
     const unsigned short seq = packet.seq;
     output(std::move(packet));
+    const oxutils::scoped_lock hold(lock_);
     unlist(seq);
+    released = true;
   }
+  if (!released) return;
+  const oxutils::scoped_lock hold(lock_);
+  settle_ack_list();
 }
 
 bool RecvWindow::take_next(Packet& p) {
@@ -147,8 +157,16 @@ bool RecvWindow::take_next(Packet& p) {
 }
 
 void RecvWindow::unlist(unsigned short seq) {
-  const oxutils::scoped_lock hold(lock_);
-  ack_list.remove(seq);
+  if (!ack_list.empty()) unlisted_.push_back(seq);
+}
+
+void RecvWindow::settle_ack_list() {
+  if (unlisted_.empty()) return;
+  std::vector<unsigned short> gone;
+  gone.swap(unlisted_);
+  std::sort(gone.begin(), gone.end());
+  ack_list.remove_if(
+      [&gone](unsigned short seq) { return std::binary_search(gone.begin(), gone.end(), seq); });
 }
 
 bool RecvWindow::take_buffered(unsigned short seq, Packet& p) {
@@ -176,6 +194,7 @@ bool RecvWindow::take_una(unsigned short& una) {
 }
 
 bool RecvWindow::take_acks(std::list<unsigned short>& out, unsigned long max) {
+  settle_ack_list();
   if (ack_list.empty()) return false;
   const auto count = static_cast<std::ptrdiff_t>(std::min<unsigned long>(max, ack_list.size()));
   out.splice(out.end(), ack_list, ack_list.begin(), std::next(ack_list.begin(), count));
@@ -190,8 +209,9 @@ void RecvWindow::log_una(bool taken, unsigned short una) {
   }
 }
 
-bool RecvWindow::has_feedback() const {
+bool RecvWindow::has_feedback() {
   const oxutils::scoped_lock hold(lock_);
+  settle_ack_list();
   return (started && una_updated) || !ack_list.empty();
 }
 
@@ -228,6 +248,7 @@ bool RecvWindow::get_ack(std::list<unsigned short>& out, unsigned long max) {
 
 bool RecvWindow::get_ack(std::list<unsigned short>& out) {
   const oxutils::scoped_lock hold(lock_);
+  settle_ack_list();
   if (ack_list.empty()) return false;
   ack_list.swap(out);
   return true;

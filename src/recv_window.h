@@ -4,6 +4,7 @@
 
 #include <list>
 #include <utility>
+#include <vector>
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
@@ -41,7 +42,7 @@ class RecvWindow {
   // Delivers what the buffer holds of the run after the last number in order.
   void try_release_buffer() OX_EXCLUDES(lock_);
 
-  bool has_feedback() const OX_EXCLUDES(lock_);
+  bool has_feedback() OX_EXCLUDES(lock_);
   // Everything to report that fits into `budget` bytes, in one go: get_una, then get_ack.
   Feedback take_feedback(unsigned long budget) OX_EXCLUDES(lock_);
 
@@ -72,7 +73,9 @@ class RecvWindow {
   // Takes the packet after last_seq from the buffer; false if it is not there.
   bool take_next(Packet& p) OX_EXCLUDES(lock_);
   // Nothing is left to acknowledge of `seq`.
-  void unlist(unsigned short seq) OX_EXCLUDES(lock_);
+  void unlist(unsigned short seq) OX_REQUIRES(lock_);
+  // Takes what has been unlisted out of ack_list. Whoever looks at the list does this first.
+  void settle_ack_list() OX_REQUIRES(lock_);
   bool take_buffered(unsigned short seq, Packet& p) OX_REQUIRES(lock_);
   PacketMap::iterator find_buffered(unsigned short seq) OX_REQUIRES(lock_);
 
@@ -85,6 +88,9 @@ class RecvWindow {
   // that the map's order cannot be relied on to find things.
   bool scattered_ OX_GUARDED_BY(lock_) = false;
   std::list<unsigned short> ack_list OX_GUARDED_BY(lock_);  // in order of arrival
+  // Numbers that are still in ack_list, but no longer to be acknowledged. Taken out together: one
+  // by one, the release of a full buffer would go through the whole list for each.
+  std::vector<unsigned short> unlisted_ OX_GUARDED_BY(lock_);
   PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
   oxutils::Function output_callback_;
   std::list<Packet> staging;  // feeding thread only: delivered fragments of an unfinished message

@@ -94,7 +94,7 @@ void TarnSession::active() {
 }
 
 // Whether a cycle would do nothing and tell nobody.
-bool TarnSession::is_cycle_idle() const {
+bool TarnSession::is_cycle_idle() {
   if (TarnLog::instance()->enabled(TarnLog::LOG_ERROR) || recv_window_.has_feedback()) return false;
   unsigned int last = 0;
   unsigned int now = 0;

@@ -135,7 +135,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   static Bytes bytes_of(DataView& view);
 
   bool is_stopped() const;
-  bool is_cycle_idle() const;
+  bool is_cycle_idle();
   // Milliseconds since the last activity; `last` and `now` are ticks.
   unsigned int silence(unsigned int& last, unsigned int& now) const;
   void mark_stopped();
