@@ -16,6 +16,11 @@ namespace {
 
 void let_go(oxutils::shared_ptr<TarnSession>) {}
 
+void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
+  const oxutils::shared_ptr<TarnSession> hold = session.lock();
+  if (hold) hold->cycle();
+}
+
 }  // namespace
 
 TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
@@ -35,9 +40,12 @@ void TarnSession::start() {
   TARN_LOG_INFO("tarn session start %p", static_cast<void*>(this));
   active();
   send_window_.set_owner(weak_this_);
-  const unsigned int period = TarnConfig::instance()->rtx_timeout;
-  cycle_timer_ = TarnThread::instance()->run_every(static_cast<int>(period),
-                                                   oxutils::Function(this, &TarnSession::cycle));
+  const auto period = static_cast<int>(TarnConfig::instance()->rtx_timeout.load());
+  // A one-shot that is due together with others runs even if a callback of theirs has cancelled it
+  // and destroyed the session.
+  cycle_timer_ = TarnThread::instance()->run_every(
+      period, period > 0 ? oxutils::Function(this, &TarnSession::cycle)
+                         : oxutils::Function(&cycle_if_alive, weak_this_));
   bool stopped_meanwhile = false;
   {
     const oxutils::scoped_lock hold(state_mutex_);

@@ -298,3 +298,44 @@ TEST_F(DestroyInside, LogCallbackBetweenGatheringAndSending) {
   tarn_set_log_callback(0, nullptr);
   EXPECT_EQ(sent_.count(), 0u);
 }
+
+namespace {
+
+// Destroys another session when its own one hears of silence.
+struct Rival {
+  void* other = nullptr;
+  std::atomic<int> calls{0};
+
+  static int on_error(TarnError code, void* self) {
+    auto* const rival = static_cast<Rival*>(self);
+    EXPECT_EQ(code, TARN_ERROR_INACTIVE);
+    ++rival->calls;
+    EXPECT_EQ(tarn_destroy(rival->other), 0);
+    return 0;
+  }
+};
+
+using OneShotCycles = SessionFixture;
+
+}  // namespace
+
+// With an rtx timeout of 0 a cycle runs once; two that are due in the same turn have both been
+// taken from the queue when the first one's callback frees the other session.
+TEST_F(OneShotCycles, DueTogetherLeaveTheSessionAloneThatTheFirstDestroys) {
+  tarn_config_rtx_timeout(0);
+  tarn_config_active_timeout(100);
+  void* const sessions[] = {tarn_create(), tarn_create()};
+  Rival rivals[2];
+  for (int i = 0; i < 2; ++i) {
+    rivals[i].other = sessions[1 - i];
+    tarn_set_error_callback(sessions[i], &Rival::on_error, &rivals[i]);
+  }
+  settle();
+  advance(200);
+
+  EXPECT_EQ(rivals[0].calls + rivals[1].calls, 1);
+  const int survivor = rivals[0].calls == 1 ? 0 : 1;
+  EXPECT_TRUE(wait_until_gone(sessions[1 - survivor]));
+  EXPECT_EQ(tarn_destroy(sessions[survivor]), 0);
+  EXPECT_TRUE(wait_until_gone(sessions[survivor]));
+}
