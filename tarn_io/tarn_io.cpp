@@ -5,6 +5,7 @@
 #include <atomic>
 #include <utility>
 
+#include "src/tarn_log.h"
 #include "src/tarn_registry.h"
 #include "tarn/tarn.h"
 #include "tarn_io/tarn_io_registry.h"
@@ -162,7 +163,11 @@ bool TarnIo::attach(void* session) {
   }
   // A remembered datagram goes to the session that was attached before.
   set_readable_callback(&TarnIo::on_tarn_input, this);
-  session_ = session;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    session_ = session;
+    attached_ = attached;
+  }
   run_on_io_thread(&TarnIo::watch_read);
   return true;
 }
@@ -210,7 +215,23 @@ void TarnIo::on_tarn_input(void* io) {
   auto* const self = static_cast<TarnIo*>(io);
   char datagram[TarnSocket::kMaxDatagram];
   const int len = self->read(datagram, TarnSocket::kMaxDatagram);
-  if (len >= 1) tarn_input(self->session_, datagram, len);
+  if (len >= 1) self->feed(datagram, len);
+}
+
+// Held meanwhile: the address of a session that is gone may be another one's.
+void TarnIo::feed(char* datagram, int len) {
+  void* session = nullptr;
+  oxutils::shared_ptr<TarnSession> attached;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    session = session_;
+    attached = attached_.lock();
+  }
+  if (attached || session == nullptr) {
+    tarn_input(session, datagram, len);
+  } else {
+    TARN_LOG_WARN("tarn_input fail,bad tarn %p", session);
+  }
 }
 
 int TarnIo::read(char* buf, int len) {

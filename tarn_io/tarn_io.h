@@ -5,11 +5,13 @@
 #include <stdint.h>
 
 #include "oxutils/mutex.h"
-#include "oxutils/relaxed.h"
 #include "oxutils/smart_ptr/enable_shared_from_this.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
+#include "oxutils/smart_ptr/weak_ptr.h"
 #include "tarn_io/tarn_socket.h"
 #include "tarn_io/tcp_buffer.h"
+
+class TarnSession;
 
 // Turns the poller's events into the application's callbacks, remembers an event that came before
 // its callback, and can serve a session. Owned by the registry of handles from creation to 500 ms
@@ -84,6 +86,8 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
   // False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
+  // Passes a datagram to the session, if that still lives.
+  void feed(char* datagram, int len) OX_EXCLUDES(lock_);
   bool is_stream() const OX_EXCLUDES(socket_lock_);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
@@ -101,7 +105,8 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
   int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno
   bool destroyed_ OX_GUARDED_BY(lock_) = false;
-  oxutils::relaxed<void*> session_{nullptr};
+  void* session_ OX_GUARDED_BY(lock_) = nullptr;
+  oxutils::weak_ptr<TarnSession> attached_ OX_GUARDED_BY(lock_);
 
   mutable oxutils::mutex socket_lock_;
   TarnSocket sock_ OX_GUARDED_BY(socket_lock_);
