@@ -46,7 +46,8 @@ void TarnIoThread::start() {
   wake_up_.init();
   TarnPoller::instance()->set_waker(waker_);
   thread_.reset(new oxutils::thread(oxutils::Function(this, &TarnIoThread::func)));
-  if (thread_->created()) return;
+  create_failed_ = !thread_->created();
+  if (!create_failed_) return;
   TARN_LOG_ERROR("tarn io thread create failed");
   running_ = 0;
   thread_.reset();
@@ -79,7 +80,10 @@ void TarnIoThread::loop() {
 }
 
 unsigned int TarnIoThread::next_timeout() {
-  if (!wake_up_.is_open() && !wake_up_.retry()) return kRetryWakeUp;
+  if (!wake_up_.is_open()) {
+    // Soon even if it is there now: nothing has woken the thread for what was handed over before.
+    return wake_up_.retry() ? static_cast<unsigned int>(kMinTimeout) : kRetryWakeUp;
+  }
   const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
   if (timeout <= kMaxTimeout) return timeout;
   TARN_LOG_ERROR("tarn thread poll timeout %lu", static_cast<unsigned long>(timeout));
@@ -89,6 +93,7 @@ unsigned int TarnIoThread::next_timeout() {
 void TarnIoThread::do_pendings() { pendings_.run_all(); }
 
 void TarnIoThread::run(oxutils::Function f) {
+  if (create_failed_) start();
   if (tid_ == pthread_self()) {
     f();
   } else if (pendings_.push(f)) {

@@ -58,6 +58,7 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   CallQueue
       pendings_;  // closed when the loop has ended: callers then run their functions themselves
   oxutils::relaxed<int> running_{0};
+  oxutils::relaxed<bool> create_failed_{false};  // the next hand-over tries again
   oxutils::relaxed<pthread_t> tid_;  // of the constructing thread until the thread has started
 };
 

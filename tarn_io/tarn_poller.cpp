@@ -1,5 +1,6 @@
 #include "tarn_io/tarn_poller.h"
 
+#include <errno.h>
 #include <limits.h>
 #include <sys/socket.h>
 #include <time.h>
@@ -15,6 +16,8 @@ namespace {
 // a pending error goes with the next send or receive on any thread.
 constexpr int kHangUpPause = 100;
 constexpr int kErrorPause = 10;
+// ms after which a wait that could not begin is tried again
+constexpr int kFailurePause = 20;
 
 int64_t monotonic_ms() {
   timespec now;
@@ -143,7 +146,9 @@ bool TarnPoller::poll(unsigned int timeout) {
   int wait = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
   if (!collect(polled, wait)) return false;
   // An interrupted or failed call yields no events.
-  ::poll(polled.fds.data(), static_cast<nfds_t>(polled.fds.size()), wait);
+  const int count = ::poll(polled.fds.data(), static_cast<nfds_t>(polled.fds.size()), wait);
+  // It fails again at once while more is watched than the limit on descriptors allows.
+  if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(wait, kFailurePause));
   for (size_t i = 0; i < polled.fds.size(); ++i) {
     const pollfd& each = polled.fds[i];
     if (each.revents <= 0) continue;

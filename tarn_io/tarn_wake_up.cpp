@@ -25,11 +25,13 @@ union LoopbackAddress {
 
 bool TarnWakeUp::init() {
   const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  const int sender = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+  const bool connected = connect_pair(listener, sender);
   {
+    // Not before: another thread's byte would meet a socket that is not connected yet.
     const oxutils::scoped_lock hold(lock_);
-    send_fd_ = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    send_fd_ = sender;
   }
-  const bool connected = connect_pair(listener);
   if (is_open()) {
     // The listener stays open for the life of the process.
     TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
@@ -47,7 +49,7 @@ bool TarnWakeUp::retry() {
   return is_open();
 }
 
-bool TarnWakeUp::connect_pair(int listener) {
+bool TarnWakeUp::connect_pair(int listener, int sender) {
   LoopbackAddress address = {};
   address.v4.sin_family = AF_INET;
   address.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -64,7 +66,7 @@ bool TarnWakeUp::connect_pair(int listener) {
     TARN_LOG_ERROR("wake up init fail -- on getsockname");
     return false;
   }
-  if (connect(send_fd_, &address.any, size) != 0) {
+  if (connect(sender, &address.any, size) != 0) {
     TARN_LOG_ERROR("wake up init fail -- on connect");
     return false;
   }
@@ -75,8 +77,10 @@ bool TarnWakeUp::connect_pair(int listener) {
 
 void TarnWakeUp::on_read() {
   char byte = 0;
-  if (recv(recv_fd_, &byte, sizeof byte, MSG_DONTWAIT) > 0) return;
-  if (errno == EAGAIN || errno == EINTR) return;
+  const ssize_t count = recv(recv_fd_, &byte, sizeof byte, MSG_DONTWAIT);
+  if (count > 0) return;
+  // At the end of the stream errno is whatever it was before.
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   TARN_LOG_ERROR("TarnWakeUp recv error");
   fini();
   init();

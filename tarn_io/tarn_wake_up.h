@@ -25,7 +25,7 @@ class TarnWakeUp {
   void fini() OX_EXCLUDES(lock_);
 
  private:
-  bool connect_pair(int listener);
+  bool connect_pair(int listener, int sender);
   void close_sender() OX_EXCLUDES(lock_);
 
   oxutils::mutex lock_;  // guards send_fd_ against being closed under a wakeup
