@@ -2,8 +2,10 @@
 
 #include <arpa/inet.h>
 #include <dirent.h>
+#include <errno.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <string.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -82,7 +84,12 @@ void PlainSocket::connect(unsigned short port) {
   const Address address = loopback(port);
   const timeval limit = {10, 0};
   setsockopt(fd_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  EXPECT_EQ(::connect(fd_, &address.any, sizeof address.v4), 0);
+  int result = -1;
+  do {
+    result = ::connect(fd_, &address.any, sizeof address.v4);
+  } while (result != 0 && (errno == EINTR || errno == EALREADY));
+  // One that a signal has interrupted goes on by itself.
+  EXPECT_TRUE(result == 0 || errno == EISCONN) << strerror(errno);
 }
 
 bool PlainSocket::send(const std::string& bytes) const {
