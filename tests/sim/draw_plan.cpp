@@ -1,0 +1,181 @@
+// Plans drawn from a seed.
+#include <algorithm>
+
+#include "tests/sim/plan.h"
+
+namespace tarn_sim {
+namespace {
+
+constexpr uint64_t kHourMs = 3'600'000;
+// The tick has 32 bits; this one is divisible by it and in our time.
+constexpr uint64_t kTickWrapMs = (uint64_t{1} << 32) * 400;
+
+// Most things are absent from most runs: a fault shows better when it is alone.
+double sometimes(Random& random, double share_of_runs, double most) {
+  return random.chance(share_of_runs) ? random.share() * most : 0;
+}
+
+uint64_t ms(uint64_t count) { return count * kNsPerMs; }
+
+Preemption draw_preemption(Random& random) {
+  Preemption preemption;
+  if (random.chance(0.2)) return preemption;
+  preemption.switch_share = random.pick({0.01, 0.1, 0.3, 0.8});
+  preemption.cost_ns = random.between(0, 500);
+  preemption.spurious_share = sometimes(random, 0.5, 0.05);
+  if (random.chance(0.4)) {
+    preemption.stall_share = random.pick({0.0001, 0.001});
+    preemption.longest_stall_ns = ms(random.between(1, 30));
+  }
+  return preemption;
+}
+
+LinkSettings draw_link(Random& random, bool corrupt) {
+  LinkSettings link;
+  link.delay_ns = random.between(0, ms(random.pick({1, 20, 150})));
+  link.jitter_ns = random.chance(0.6) ? random.between(0, ms(random.pick({1, 10, 80}))) : 0;
+  link.loss = sometimes(random, 0.6, 0.4);
+  if (random.chance(0.3)) {
+    link.burst_begin = random.share() * 0.05;
+    link.burst_end = 0.1 + random.share() * 0.9;
+  }
+  link.duplicate = sometimes(random, 0.4, 0.3);
+  link.reorder = sometimes(random, 0.4, 0.3);
+  link.reorder_ns = ms(random.between(1, 200));
+  link.truncate = sometimes(random, 0.2, 0.1);
+  link.bad_header = sometimes(random, 0.2, 0.1);
+  link.feedback_loss = sometimes(random, 0.1, 0.9);
+  if (corrupt) link.corrupt = 0.01 + random.share() * 0.1;
+  if (random.chance(0.3)) link.rate_bps = random.between(200'000, 20'000'000);
+  if (random.chance(0.15)) {
+    link.up_ns = ms(random.between(100, 2000));
+    link.down_ns = ms(random.between(50, 2000));
+  }
+  return link;
+}
+
+Habits draw_habits(Random& random) {
+  Habits habits;
+  habits.slow_share = sometimes(random, 0.2, 0.05);
+  habits.slow_ns = habits.slow_share > 0 ? ms(random.between(1, 20)) : 0;
+  habits.reply_share = sometimes(random, 0.4, 0.2);
+  habits.replies = static_cast<unsigned int>(random.between(0, 40));
+  habits.destroy_share = random.chance(0.15) ? 0.02 : 0;
+  return habits;
+}
+
+// Where turns take their time, a worker that re-sends thousands of packets never catches up.
+unsigned int largest_window(const Preemption& preemption) {
+  if (preemption.stall_share > 0) return 32;
+  return preemption.cost_ns > 30 ? 100 : 32767;
+}
+
+Settings draw_settings(Random& random, unsigned int largest_window) {
+  Settings settings;
+  if (random.chance(0.5))
+    settings.mtu = random.pick({1U, 5U, 6U, 7U, 8U, 9U, 20U, 100U, 576U, 9000U, 65530U});
+  if (random.chance(0.3)) settings.rtx_timeout = random.pick({0U, 1U, 10U, 30U, 120U, 500U});
+  if (random.chance(0.3)) settings.active_timeout = random.pick({100U, 1000U, 60000U});
+  if (random.chance(0.5)) {
+    settings.send_window = settings.recv_window = random.pick({1U, 2U, 8U, 100U, 1024U, 32767U});
+    if (random.chance(0.3)) settings.recv_window = random.pick({1U, 4U, 32U});
+    // A rotation brings one segment at least: with a receive window so much smaller, no more.
+    if (settings.recv_window < settings.send_window) {
+      settings.send_window = std::min(settings.send_window, 40U);
+    }
+  }
+  settings.send_window = std::min(settings.send_window, largest_window);
+  settings.thread_safe = random.chance(0.8);
+  return settings;
+}
+
+Script draw_script(Random& random, const Settings& settings) {
+  Script script;
+  script.messages = static_cast<unsigned int>(random.between(0, 60));
+  script.bounded = random.chance(0.85);
+  const uint64_t most = random.pick({40UL, 400UL, 3000UL, 20'000UL, 200'000UL});
+  // A message of more segments than the window holds would overflow it all by itself.
+  const uint64_t room = static_cast<uint64_t>(settings.mtu) * std::min(settings.send_window, 200U);
+  script.largest = std::max<uint64_t>(1, std::min(most, script.bounded ? room : 3 * room));
+  script.tiny_share = random.share();
+  script.gap_ns = ms(random.pick({0, 1, 10, 60, 300}));
+  script.burst = static_cast<unsigned int>(random.pick({1, 1, 3, 20}));
+  script.unreliable_share = sometimes(random, 0.5, 1);
+  script.meddle_share = sometimes(random, 0.5, 0.3);
+  script.habits = draw_habits(random);
+  return script;
+}
+
+ConversationPlan draw_conversation(Random& random, const Settings& settings, size_t index) {
+  ConversationPlan plan;
+  plan.name = std::to_string(index + 1);
+  const bool corrupt = random.chance(0.08);
+  plan.link_ab = draw_link(random, corrupt);
+  plan.link_ba = random.chance(0.5) ? plan.link_ab : draw_link(random, corrupt);
+  plan.script_a = draw_script(random, settings);
+  plan.script_b = draw_script(random, settings);
+  plan.conv_a = random.pick({0U, 0U, 1U, 0x12345678U});
+  plan.conv_b = random.pick({0U, plan.conv_a, 9U});
+  plan.wait_ms = random.pick({0U, 0U, 1U, 50U, 100U, 250U, 1000U});
+  plan.stranger_share = sometimes(random, 0.15, 1);
+  plan.restart_b = random.chance(0.04);
+  return plan;
+}
+
+std::vector<ClockStep> draw_steps(Random& random) {
+  std::vector<ClockStep> steps;
+  if (!random.chance(0.15)) return steps;
+  uint64_t at = 0;
+  for (uint64_t i = random.between(1, 4); i > 0; --i) {
+    at += random.between(ms(100), ms(3000));
+    const auto size = static_cast<int64_t>(random.between(1, random.pick({5, 500, 20'000})));
+    steps.push_back({at, random.chance(0.5) ? size : -size});
+  }
+  return steps;
+}
+
+// Not before the wrap's own multiple: the wall clock has a date of our time.
+uint64_t draw_wall(Random& random) {
+  if (random.chance(0.2)) return kTickWrapMs - random.between(1, 5000);
+  return kTickWrapMs + random.between(1, 1000 * kHourMs);
+}
+
+}  // namespace
+
+Plan draw_plan(uint64_t seed) {
+  Random random(seed);
+  Plan plan;
+  plan.name = "drawn";
+  plan.seed = seed;
+  plan.preemption = draw_preemption(random);
+  plan.wall_ms = draw_wall(random);
+  plan.steps = draw_steps(random);
+  plan.update_share = sometimes(random, 0.2, 0.3);
+  plan.log_level = random.pick({0, 0, 0, 2, 5});
+  for (uint64_t i = random.between(1, 2); i > 0; --i) {
+    Round round;
+    round.settings = draw_settings(random, largest_window(plan.preemption));
+    const uint64_t count = random.pick({1, 1, 2, 4});
+    for (size_t index = 0; index < count; ++index) {
+      round.conversations.push_back(draw_conversation(random, round.settings, index));
+    }
+    plan.rounds.push_back(std::move(round));
+  }
+  return plan;
+}
+
+bool has_exact_timing(const Plan& plan, const ConversationPlan& conversation) {
+  const Preemption& preemption = plan.preemption;
+  const bool calm = preemption.switch_share == 0 && preemption.stall_share == 0 &&
+                    preemption.cost_ns == 0 && plan.steps.empty();
+  for (const Round& round : plan.rounds) {
+    for (const ConversationPlan& each : round.conversations) {
+      // The worker is one for all.
+      if (each.script_a.habits.slow_share > 0 || each.script_b.habits.slow_share > 0) return false;
+    }
+  }
+  return calm && conversation.link_ab.corrupt == 0 && conversation.link_ba.corrupt == 0 &&
+         !conversation.restart_b;
+}
+
+}  // namespace tarn_sim

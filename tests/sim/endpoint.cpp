@@ -1,0 +1,346 @@
+#include "tests/sim/endpoint.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+#include "tests/sim/boundary.h"
+#include "tests/sim/failure.h"
+
+namespace tarn_sim {
+namespace {
+
+constexpr size_t kSegmentHead = 3;
+constexpr size_t kUnaSegment = 5;
+constexpr size_t kInPlacePrefix = 12;
+constexpr size_t kMostListed = 32767;
+
+}  // namespace
+
+// Around every callback. The library may hold one lock while it calls out, and only where timers
+// run: that of the timer.
+class Endpoint::Callback {
+ public:
+  Callback(Endpoint& endpoint, const char* what) {
+    World& world = endpoint.world_;
+    const unsigned int allowed = world.runs_timers() ? 1 : 0;
+    if (world.locks().held_count() > allowed) {
+      fail("{}: a lock is held across the {} callback", endpoint.name(), what);
+    }
+    if (!may_be_registered(endpoint.handle_, world.locks())) {
+      fail("{}: {} callback after the session was deleted", endpoint.name(), what);
+    }
+    world.scheduler().point();
+    endpoint.observe();
+  }
+  Callback(const Callback&) = delete;
+  Callback& operator=(const Callback&) = delete;
+
+ private:
+  const OutsideLibrary outside_;
+};
+
+Endpoint::Endpoint(World& world, Plan plan, Random random, Stream& out, Stream& in, Link& link)
+    : world_(world),
+      plan_(std::move(plan)),
+      random_(random),
+      out_(out),
+      in_(in),
+      link_(link),
+      replies_left_(plan_.habits.replies) {}
+
+void Endpoint::open(uint32_t conv) {
+  quiet_since_ = world_.tick();
+  const InsideLibrary inside;
+  void* const handle = tarn_create();
+  if (handle == nullptr) fail("{}: no session", plan_.name);
+  handle_ = handle;
+  conv_ = conv;
+  set_callbacks();
+}
+
+void Endpoint::set_callbacks() {
+  tarn_set_error_callback(handle_, &Endpoint::on_error, this);
+  tarn_set_recv_reliable_callback(handle_, &Endpoint::on_reliable, this);
+  tarn_set_recv_unreliable_callback(handle_, &Endpoint::on_unreliable, this);
+  tarn_set_output_callback(handle_, &Endpoint::on_output, this);
+  if (conv_ != 0) tarn_set_conv(handle_, conv_);
+}
+
+void Endpoint::set_again() {
+  if (!is_open()) return;
+  const InsideLibrary inside;
+  set_callbacks();
+}
+
+void Endpoint::destroy(unsigned int wait_ms) {
+  if (!is_open()) return;
+  destroyed_ = true;
+  world_.event("{} destroy, wait {} ms", plan_.name, wait_ms);
+  const uint64_t begun = world_.scheduler().now();
+  int result = 0;
+  {
+    const InsideLibrary inside;
+    result = tarn_wait_destroy(handle_, wait_ms);
+  }
+  gone_ = true;
+  if (result != 0) fail("{}: cannot be destroyed", plan_.name);
+  check_wait(world_.scheduler().now() - begun, wait_ms);
+}
+
+// It sleeps in steps of at most 100 ms, so that much may come on top.
+void Endpoint::check_wait(uint64_t waited_ns, unsigned int wait_ms) const {
+  const uint64_t steps = wait_ms + std::min(wait_ms, 100U);
+  const uint64_t held_up = 20 * world_.scheduler().preemption().longest_stall_ns;
+  if (waited_ns > steps * kNsPerMs + held_up + 50 * kNsPerMs + world_.timer_lag_ns()) {
+    fail("{}: its destruction took {} ms, allowed to wait {}", plan_.name, waited_ns / kNsPerMs,
+         wait_ms);
+  }
+}
+
+bool Endpoint::is_deleted() const { return !may_be_registered(handle_, world_.locks()); }
+
+std::string Endpoint::draw_bytes(size_t size) {
+  std::string bytes(size, '\0');
+  for (size_t at = 0; at < size; at += sizeof(uint64_t)) {
+    const uint64_t word = random_.bits();
+    bytes.replace(at, std::min(size - at, sizeof word), reinterpret_cast<const char*>(&word),
+                  std::min(size - at, sizeof word));
+  }
+  return bytes;
+}
+
+void Endpoint::send_reliable(size_t size) {
+  if (!is_open()) return;
+  std::string bytes = draw_bytes(size);
+  world_.event("{} send {} bytes", plan_.name, size);
+  out_.open_message(bytes);
+  const uint32_t tick = world_.tick();
+  {
+    const InsideLibrary inside;
+    tarn_send_reliable(handle_, bytes.data(), static_cast<int>(size));
+  }
+  out_.close_message(destroyed_);
+  note_activity(tick);
+}
+
+void Endpoint::send_unreliable(size_t size) {
+  if (!is_open()) return;
+  std::string bytes = draw_bytes(size);
+  world_.event("{} send {} bytes unreliably", plan_.name, size);
+  const uint32_t tick = world_.tick();
+  {
+    const InsideLibrary inside;
+    tarn_send_unreliable(handle_, bytes.data(), static_cast<int>(size));
+  }
+  note_activity(tick);
+}
+
+void Endpoint::send_in_place(size_t size) {
+  if (!is_open()) return;
+  std::string bytes = draw_bytes(kInPlacePrefix + size);
+  world_.event("{} send {} bytes in place", plan_.name, size);
+  const InsideLibrary inside;
+  tarn_send_unreliable_nocp(handle_, bytes.data(), static_cast<int>(size));
+}
+
+void Endpoint::feed(std::string datagram) {
+  if (!takes_datagrams()) return;
+  world_.event("{} gets {} bytes", plan_.name, datagram.size());
+  expect_of(datagram);
+  feeder_ = world_.scheduler().self();
+  feeding_ = true;
+  feeding_since_ = world_.scheduler().points();
+  const uint32_t tick = world_.tick();
+  const std::string copy = datagram;  // the library may write into what it is given
+  {
+    const InsideLibrary inside;
+    tarn_input(handle_, datagram.data(), static_cast<int>(datagram.size()));
+  }
+  feeding_ = false;
+  note_activity(tick);
+  tell_acknowledged(copy);
+  if (destroyed_) return;
+  if (!expected_.empty() || expected_byes_ != 0) {
+    fail("{}: a datagram was taken, but not all that is in it was reported", plan_.name);
+  }
+}
+
+void Endpoint::expect_of(std::string_view datagram) {
+  expected_.clear();
+  expected_byes_ = 0;
+  for (const Segment& each : visible_segments(datagram)) {
+    if (each.type == Segment::kUnreliable && !each.body.empty()) expected_.emplace_back(each.body);
+    if (each.type == Segment::kBye) ++expected_byes_;
+    if (each.type == Segment::kReliable && each.body.size() > 2) in_.fed(number_at(each.body, 0));
+  }
+}
+
+void Endpoint::tell_acknowledged(std::string_view datagram) {
+  for (const Segment& each : visible_segments(datagram)) {
+    if (each.type == Segment::kUna && each.body.size() == 2) {
+      out_.acknowledged_up_to(number_at(each.body, 0));
+    }
+    if (each.type != Segment::kAck || each.body.size() % 2 != 0) continue;
+    for (size_t at = 0; at < each.body.size(); at += 2) out_.acknowledged(number_at(each.body, at));
+  }
+}
+
+int Endpoint::on_output(char* data, int len, void* self) {
+  Endpoint& endpoint = *static_cast<Endpoint*>(self);
+  const Callback callback(endpoint, "output");
+  endpoint.emitted(std::string_view(data, static_cast<size_t>(len)));
+  return 0;
+}
+
+void Endpoint::emitted(std::string_view datagram) {
+  const auto emission = read_emission(datagram);
+  if (!emission) fail("{}: emits {} bytes that are no datagram", plan_.name, datagram.size());
+  if (emission->kind == Emission::Kind::kReliable) {
+    world_.event("{} emits {} bytes, segment {}", plan_.name, datagram.size(), emission->seq);
+    out_.emitted(*emission);
+  } else {
+    world_.event("{} emits {} bytes", plan_.name, datagram.size());
+  }
+  check_size(*emission);
+  in_.check_feedback(*emission);
+  link_.send(world_.scheduler().now(), datagram, emission->kind == Emission::Kind::kFeedback);
+  world_.scheduler().wake(&link_);
+  act_in_callback();
+}
+
+// Feedback may fill a datagram up to the mtu. One corner is let be: beside a payload that leaves 6
+// or 7 bytes, an una is followed by all acknowledgements there are.
+void Endpoint::check_size(const Emission& emission) const {
+  size_t data = 0;
+  if (emission.kind == Emission::Kind::kReliable) data = kSegmentHead + 2 + emission.payload.size();
+  if (emission.kind == Emission::Kind::kUnreliable) data = kSegmentHead + emission.payload.size();
+  size_t feedback = emission.una ? kUnaSegment : 0;
+  if (emission.acks) feedback += kSegmentHead + 2 * emission.acks->size();
+  if (feedback == 0) return;
+  if (data >= plan_.settings.mtu) fail("{}: feedback beside a full segment", plan_.name);
+  const size_t budget = plan_.settings.mtu - data;
+  if (emission.una && (budget == 6 || budget == 7)) return;
+  if (feedback > budget) {
+    fail("{}: {} bytes of feedback where {} have room", plan_.name, feedback, budget);
+  }
+}
+
+int Endpoint::on_reliable(char* data, int len, void* self) {
+  Endpoint& endpoint = *static_cast<Endpoint*>(self);
+  const Callback callback(endpoint, "reliable");
+  endpoint.world_.event("{} got {} bytes", endpoint.name(), len);
+  endpoint.in_.delivered(std::string_view(data, static_cast<size_t>(len)));
+  endpoint.act_in_callback();
+  return 0;
+}
+
+int Endpoint::on_unreliable(char* data, int len, void* self) {
+  Endpoint& endpoint = *static_cast<Endpoint*>(self);
+  const Callback callback(endpoint, "unreliable");
+  const std::string_view message(data, static_cast<size_t>(len));
+  endpoint.world_.event("{} got {} bytes unreliably", endpoint.name(), len);
+  auto& expected = endpoint.expected_;
+  if (!endpoint.feeding_ || expected.empty() || expected.front() != message) {
+    fail("{}: an unreliable message of {} bytes that did not come now", endpoint.name(), len);
+  }
+  expected.pop_front();
+  endpoint.act_in_callback();
+  return 0;
+}
+
+int Endpoint::on_error(TarnError code, void* self) {
+  Endpoint& endpoint = *static_cast<Endpoint*>(self);
+  const Callback callback(endpoint, "error");
+  endpoint.world_.event("{} error {}", endpoint.name(), static_cast<int>(code));
+  ++endpoint.errors_[code];
+  endpoint.raised(code);
+  endpoint.act_in_callback();
+  return 0;
+}
+
+void Endpoint::raised(TarnError code) {
+  const bool inside_input = feeding_ && feeder_ == world_.scheduler().self();
+  switch (code) {
+    case TARN_ERROR_SEND_OVERFLOW:
+      // The window of a destroyed session is not looked at any more.
+      if (!destroyed_ && (!out_.is_sending() || send_window_full_at_ < out_.sending_since())) {
+        fail("{}: overflow of a window with room", plan_.name);
+      }
+      out_.refused();
+      break;
+    case TARN_ERROR_RECV_REJECTED:
+      if (!inside_input || recv_window_full_at_ < feeding_since_) {
+        fail("{}: a segment is refused by a window with room", plan_.name);
+      }
+      break;
+    case TARN_ERROR_BYE:
+      if (!inside_input || expected_byes_ == 0) fail("{}: bye that nobody said", plan_.name);
+      --expected_byes_;
+      break;
+    case TARN_ERROR_INACTIVE:
+      check_inactive();
+      break;
+  }
+}
+
+void Endpoint::note_activity(uint32_t tick_before) {
+  if (world_.tick() - quiet_since_ > plan_.settings.active_timeout) {
+    long_quiet_ended_ = world_.scheduler().now();
+  }
+  quiet_since_ = tick_before;
+}
+
+void Endpoint::check_inactive() const {
+  if (!world_.runs_timers()) fail("{}: silence is reported by no timer", plan_.name);
+  const uint32_t quiet = world_.tick() - quiet_since_;
+  if (quiet > plan_.settings.active_timeout) return;
+  // The silence may have been broken while the worker was on its way here.
+  const uint64_t longest_way =
+      10 * world_.scheduler().preemption().longest_stall_ns + plan_.habits.slow_ns + kNsPerMs;
+  if (long_quiet_ended_ == 0 || world_.scheduler().now() - long_quiet_ended_ > longest_way) {
+    fail("{}: silence is reported after {} ms", plan_.name, quiet);
+  }
+}
+
+void Endpoint::act_in_callback() {
+  if (calm_) return;
+  const Habits& habits = plan_.habits;
+  if (random_.chance(habits.slow_share)) {
+    world_.scheduler().sleep(random_.between(1, habits.slow_ns));
+  }
+  if (replies_left_ > 0 && random_.chance(habits.reply_share)) {
+    --replies_left_;
+    if (random_.chance(0.5)) {
+      send_reliable(random_.between(1, 300));
+    } else {
+      send_unreliable(random_.between(1, 300));
+    }
+  }
+  if (random_.chance(habits.destroy_share)) destroy(0);
+}
+
+void Endpoint::observe() {
+  if (!takes_datagrams() || (destroyed_ && is_deleted())) return;
+  const WindowUse use = look_into(handle_, world_.locks());
+  const Settings& settings = plan_.settings;
+  if (!use.changing && use.counted != use.kept) {
+    fail("{}: the send window counts {} packets and keeps {}", plan_.name, use.counted, use.kept);
+  }
+  if (use.kept > settings.send_window) {
+    fail("{}: {} packets in a send window of {}", plan_.name, use.kept, settings.send_window);
+  }
+  if (use.early > settings.recv_window) {
+    fail("{}: {} packets in a receive window of {}", plan_.name, use.early, settings.recv_window);
+  }
+  if (use.listed > kMostListed) fail("{}: {} numbers to acknowledge", plan_.name, use.listed);
+  const uint64_t point = world_.scheduler().points();
+  if (use.kept == settings.send_window) send_window_full_at_ = point;
+  if (use.early == settings.recv_window) recv_window_full_at_ = point;
+}
+
+unsigned int Endpoint::kept() const {
+  return is_open() ? look_into(handle_, world_.locks()).counted : 0;
+}
+
+}  // namespace tarn_sim

@@ -1,0 +1,28 @@
+// A look into sessions that the interface does not offer.
+#ifndef TARN_TESTS_SIM_INTROSPECTION_H_
+#define TARN_TESTS_SIM_INTROSPECTION_H_
+
+#include <cstddef>
+
+#include "tests/sim/locks.h"
+
+namespace tarn_sim {
+
+struct WindowUse {
+  unsigned int counted = 0;  // packets that the send window says it keeps
+  size_t kept = 0;           // and those in its buckets
+  size_t early = 0;          // packets in the receive buffer
+  size_t listed = 0;         // numbers to acknowledge
+  bool changing = false;     // somebody holds the send window's lock
+};
+
+// Windows of a session that has not been deleted. Nothing is locked: no other task runs, and none
+// stops in the middle of a container.
+WindowUse look_into(void* session, const Locks& locks);
+
+// Whether the handle stands for a session; true as well while that is being changed.
+bool may_be_registered(void* session, const Locks& locks);
+
+}  // namespace tarn_sim
+
+#endif  // TARN_TESTS_SIM_INTROSPECTION_H_

@@ -1,0 +1,150 @@
+#include "tests/sim/simulation.h"
+
+#include "tarn/tarn.h"
+#include "tests/sim/boundary.h"
+#include "tests/sim/failure.h"
+
+namespace tarn_sim {
+namespace {
+
+// Sessions per setting that have been there once, so that the library's tables have their size.
+constexpr int kWarmUpSessions = 3;
+constexpr uint64_t kQuiet = 100 * kNsPerMs;
+
+}  // namespace
+
+Simulation::Simulation(const Plan& plan, bool printing)
+    : plan_(plan),
+      random_(plan.seed),
+      world_(random_.fork(), plan.preemption, plan.wall_ms, printing) {
+  begin_outside();
+}
+
+void Simulation::on_log(int level, const char* text) {
+  const OutsideLibrary outside;
+  World& world = World::get();
+  world.event("log {}", level);
+  world.trace().note(world.scheduler().own_name(), text);
+  world.scheduler().point();
+}
+
+void Simulation::start_library() {
+  const InsideLibrary inside;
+  tarn_set_log_callback2(plan_.log_level, &Simulation::on_log);
+  tarn_init();
+}
+
+void Simulation::configure(const Settings& settings) {
+  const InsideLibrary inside;
+  tarn_config_mtu(settings.mtu);
+  tarn_config_rtx_timeout(settings.rtx_timeout);
+  tarn_config_active_timeout(settings.active_timeout);
+  tarn_config_send_window_size(settings.send_window);
+  tarn_config_recv_window_size(settings.recv_window);
+  tarn_config_thread_safe(settings.thread_safe);
+}
+
+void Simulation::warm_up() {
+  for (const Round& round : plan_.rounds) {
+    configure(round.settings);
+    for (int i = 0; i < kWarmUpSessions; ++i) {
+      const InsideLibrary inside;
+      tarn_destroy(tarn_create());
+    }
+    world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs);
+  }
+  empty_ = library_heap();
+}
+
+Outcome Simulation::run() {
+  start_library();
+  warm_up();
+  world_.scheduler().set_observer([this] {
+    for (const auto& each : conversations_) each->observe();
+  });
+  for (const Round& round : plan_.rounds) play(round);
+  check_expectations();
+  outcome_.hash = world_.trace().hash();
+  outcome_.events = world_.trace().events();
+  outcome_.points = world_.scheduler().points();
+  outcome_.virtual_ns = world_.scheduler().now();
+  return outcome_;
+}
+
+void Simulation::play(const Round& round) {
+  configure(round.settings);
+  for (const ConversationPlan& each : round.conversations) {
+    conversations_.push_back(
+        std::make_unique<Conversation>(world_, plan_, round, each, random_.fork()));
+  }
+  disturbing_ = true;
+  const TaskId disturber = world_.scheduler().spawn("disturber", [this] { disturb(); });
+  for_each_conversation(&Conversation::open);
+  for_each_conversation(&Conversation::run);
+  disturbing_ = false;
+  world_.scheduler().join(disturber);
+  world_.scheduler().end_stalls();
+  for_each_conversation(&Conversation::calm_down);
+  for_each_conversation(&Conversation::heal_and_settle);
+  for_each_conversation(&Conversation::destroy);
+  for_each_conversation(&Conversation::finish);
+  for (const auto& each : conversations_) {
+    outcome_.messages += each->messages_delivered();
+    outcome_.datagrams += each->datagrams();
+    for (int code = 0; code < 4; ++code)
+      errors_[code] += each->errors(static_cast<TarnError>(code));
+  }
+  // A timer that was cancelled stays filed until it comes up.
+  world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs + world_.timer_lag_ns());
+  conversations_.clear();
+  check_heap("when all sessions have been destroyed");
+}
+
+// All of them at once, each in a task of its own.
+void Simulation::for_each_conversation(void (Conversation::*what)()) {
+  std::vector<TaskId> tasks;
+  for (const auto& each : conversations_) {
+    Conversation* const conversation = each.get();
+    tasks.push_back(world_.scheduler().spawn("talk", [=] { (conversation->*what)(); }));
+  }
+  for (const TaskId each : tasks) world_.scheduler().join(each);
+}
+
+// Steps of the wall clock, and somebody who runs the timers beside the worker.
+void Simulation::disturb() {
+  Scheduler& scheduler = world_.scheduler();
+  while (disturbing_) {
+    scheduler.sleep(kNsPerMs);
+    if (next_step_ < plan_.steps.size() && scheduler.now() >= plan_.steps[next_step_].at_ns) {
+      const int64_t ms = plan_.steps[next_step_++].ms;
+      world_.event("wall clock {} {} ms", ms < 0 ? "back" : "forward", ms < 0 ? -ms : ms);
+      world_.step_wall(ms);
+    }
+    if (!random_.chance(plan_.update_share)) continue;
+    world_.set_runs_timers(scheduler.self(), true);
+    {
+      const InsideLibrary inside;
+      tarn_update();
+    }
+    world_.set_runs_timers(scheduler.self(), false);
+  }
+}
+
+void Simulation::check_heap(const char* when) {
+  const HeapUse now = library_heap();
+  if (now.blocks != empty_.blocks) {
+    fail("{} blocks of {} bytes are left {}", now.blocks - empty_.blocks, now.bytes - empty_.bytes,
+         when);
+  }
+}
+
+void Simulation::check_expectations() const {
+  const auto expect = [this](bool expected, TarnError code, const char* what) {
+    if (expected && errors_[code] == 0) fail("no {} in a run that has to have one", what);
+  };
+  expect(plan_.expect_overflow, TARN_ERROR_SEND_OVERFLOW, "overflow");
+  expect(plan_.expect_refusal, TARN_ERROR_RECV_REJECTED, "refused segment");
+  expect(plan_.expect_silence, TARN_ERROR_INACTIVE, "silence");
+}
+
+}  // namespace tarn_sim

@@ -1,0 +1,60 @@
+// Simulation: one run of the library under a plan.
+#ifndef TARN_TESTS_SIM_SIMULATION_H_
+#define TARN_TESTS_SIM_SIMULATION_H_
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "tests/sim/conversation.h"
+#include "tests/sim/heap.h"
+#include "tests/sim/plan.h"
+#include "tests/sim/world.h"
+
+namespace tarn_sim {
+
+struct Outcome {
+  uint64_t hash = 0;
+  uint64_t events = 0;
+  uint64_t points = 0;
+  uint64_t virtual_ns = 0;
+  uint64_t messages = 0;
+  uint64_t datagrams = 0;
+};
+
+// Starts the library, plays the rounds of the plan and looks at what is left. Needs a process of
+// its own, since the library's worker lives as long as the process.
+class Simulation {
+ public:
+  // Requires: `plan` outlives it.
+  Simulation(const Plan& plan, bool printing);
+
+  // Ends the process when a rule is broken.
+  Outcome run();
+
+ private:
+  static void on_log(int level, const char* text);
+
+  void start_library();
+  void warm_up();
+  void configure(const Settings& settings);
+  void play(const Round& round);
+  void disturb();
+  void for_each_conversation(void (Conversation::*what)());
+  void check_heap(const char* when);
+  void check_expectations() const;
+
+  const Plan& plan_;
+  Random random_;
+  World world_;
+  std::vector<std::unique_ptr<Conversation>> conversations_;
+  bool disturbing_ = false;
+  size_t next_step_ = 0;
+  HeapUse empty_;  // what the library keeps when there are no sessions
+  uint64_t errors_[4] = {};
+  Outcome outcome_;
+};
+
+}  // namespace tarn_sim
+
+#endif  // TARN_TESTS_SIM_SIMULATION_H_
