@@ -1,5 +1,7 @@
 #include "tests/sim/boundary.h"
 
+#include <unistd.h>
+
 #include "tests/sim/sanitizers.h"
 #include "tests/sim/scheduler.h"
 
@@ -24,6 +26,12 @@ void leave() {
 }  // namespace
 
 void begin_outside() { ignore_accesses(); }
+
+// Not exit(): the library's threads are in the middle of their work.
+void end_process(int code) {
+  watch_accesses();  // or ThreadSanitizer objects
+  _exit(code);
+}
 
 InsideLibrary::InsideLibrary() : entered_(!is_inside()) {
   if (entered_) enter();

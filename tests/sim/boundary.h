@@ -10,6 +10,8 @@ namespace tarn_sim {
 
 // A task that has just begun is outside.
 void begin_outside();
+// Ends the process, from the outside.
+[[noreturn]] void end_process(int code);
 
 // Inside for a block: around every call of the library and around what it runs on its threads.
 class InsideLibrary {

@@ -27,7 +27,7 @@ class Endpoint::Callback {
     if (world.locks().held_count() > allowed) {
       fail("{}: a lock is held across the {} callback", endpoint.name(), what);
     }
-    if (!may_be_registered(endpoint.handle_, world.locks())) {
+    if (!is_registered(endpoint.handle_)) {
       fail("{}: {} callback after the session was deleted", endpoint.name(), what);
     }
     world.scheduler().point();
@@ -98,7 +98,7 @@ void Endpoint::check_wait(uint64_t waited_ns, unsigned int wait_ms) const {
   }
 }
 
-bool Endpoint::is_deleted() const { return !may_be_registered(handle_, world_.locks()); }
+bool Endpoint::is_deleted() const { return !is_registered(handle_); }
 
 std::string Endpoint::draw_bytes(size_t size) {
   std::string bytes(size, '\0');

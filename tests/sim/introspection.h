@@ -20,8 +20,8 @@ struct WindowUse {
 // stops in the middle of a container.
 WindowUse look_into(void* session, const Locks& locks);
 
-// Whether the handle stands for a session; true as well while that is being changed.
-bool may_be_registered(void* session, const Locks& locks);
+// Whether the handle stands for a session.
+bool is_registered(void* session);
 
 }  // namespace tarn_sim
 

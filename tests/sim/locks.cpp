@@ -17,7 +17,8 @@ const Locks::Held* Locks::find(const void* mutex) const {
 }
 
 void Locks::take(pthread_mutex_t* mutex) {
-  __real_pthread_mutex_lock(mutex);
+  // It is free, so only a mutex that does not exist any more, or not yet, refuses.
+  if (__real_pthread_mutex_lock(mutex) != 0) fail("a lock is asked for that does not exist");
   held_.push_back({mutex, scheduler_.self()});
 }
 

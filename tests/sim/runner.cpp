@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "tests/sim/boundary.h"
+
 namespace tarn_sim {
 namespace {
 
@@ -38,8 +40,7 @@ void Runner::run_child(const Plan& plan, bool printing, int outcome_pipe) {
   }
   std::fflush(stdout);
   const bool written = write(outcome_pipe, &outcome, sizeof outcome) == sizeof outcome;
-  // Not exit(): the library's worker is in the middle of its work.
-  _exit(written ? 0 : 1);
+  end_process(written ? 0 : 1);
 }
 
 void Runner::start(Plan plan, bool printing) {

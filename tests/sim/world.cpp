@@ -1,10 +1,9 @@
 #include "tests/sim/world.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <utility>
 
+#include "tests/sim/boundary.h"
 #include "tests/sim/failure.h"
 
 namespace tarn_sim {
@@ -52,7 +51,7 @@ void fail_with(const std::string& what) {
              static_cast<double>(world.scheduler().now()) * 1e-9, world.scheduler().own_name(),
              what);
   fflush(stdout);
-  _exit(1);
+  end_process(1);
 }
 
 }  // namespace tarn_sim
