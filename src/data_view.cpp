@@ -44,11 +44,6 @@ const oxutils::shared_ptr<Block>& DataView::BlockList::front() const {
   return blocks_[0];
 }
 
-oxutils::shared_ptr<Block>& DataView::BlockList::back() {
-  OX_ASSERT("src/data_view", __LINE__, !empty());
-  return blocks_[size_ - 1];
-}
-
 void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {
   OX_ASSERT("src/data_view", __LINE__, size_ < kCapacity);
   blocks_[size_++] = std::move(block);
@@ -59,13 +54,8 @@ void DataView::BlockList::swap(BlockList& other) noexcept {
   std::swap(size_, other.size_);
 }
 
-void DataView::BlockList::pop_back() {
-  OX_ASSERT("src/data_view", __LINE__, !empty());
-  blocks_[--size_].reset();
-}
-
 void DataView::BlockList::clear() {
-  while (!empty()) pop_back();
+  while (!empty()) blocks_[--size_].reset();
 }
 
 DataView DataView::lend(Block& block) {

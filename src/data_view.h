@@ -115,13 +115,11 @@ class DataView {
     unsigned long size() const { return size_; }
     oxutils::shared_ptr<Block>& front();
     const oxutils::shared_ptr<Block>& front() const;
-    oxutils::shared_ptr<Block>& back();
     oxutils::shared_ptr<Block>* begin() { return blocks_; }
     oxutils::shared_ptr<Block>* end() { return blocks_ + size_; }
     const oxutils::shared_ptr<Block>* begin() const { return blocks_; }
     const oxutils::shared_ptr<Block>* end() const { return blocks_ + size_; }
     void push_back(oxutils::shared_ptr<Block> block);
-    void pop_back();
     void swap(BlockList& other) noexcept;
     void clear();
 

@@ -12,6 +12,9 @@
 
 namespace {
 
+// Numbers whose room in a full list of acknowledgements is worth a walk through it.
+constexpr size_t kWorthSettling = 64;
+
 bool ends_message(unsigned char flag) { return flag == wire::kLast || flag == wire::kWhole; }
 
 unsigned short next_of(unsigned short seq) { return static_cast<unsigned short>(seq + 1); }
@@ -125,9 +128,8 @@ bool RecvWindow::write_to_buffer(Packet&& p) {
 }
 
 void RecvWindow::store(Packet&& p) {
-  settle_ack_list();
   // Listed again when it is repeated; the packet stored first stays.
-  if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(p.seq);
+  list(p.seq);
   if (find_buffered(p.seq) != recv_buffer_.end()) return;
   if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
   const auto inserted = recv_buffer_.try_emplace(p.seq);
@@ -138,22 +140,25 @@ void RecvWindow::store(Packet&& p) {
 
 void RecvWindow::try_release_buffer() {
   Packet packet;
-  bool released = false;
   while (take_next(packet)) {
     const unsigned short seq = packet.seq;
     output(std::move(packet));
     const oxutils::scoped_lock hold(lock_);
     unlist(seq);
-    released = true;
   }
-  if (!released) return;
-  const oxutils::scoped_lock hold(lock_);
-  settle_ack_list();
 }
 
 bool RecvWindow::take_next(Packet& p) {
   const oxutils::scoped_lock hold(lock_);
   return take_buffered(next_of(last_seq), p);
+}
+
+void RecvWindow::list(unsigned short seq) {
+  const bool was_unlisted = std::find(unlisted_.begin(), unlisted_.end(), seq) != unlisted_.end();
+  const bool is_full = ack_list.size() >= wire::kMaxAcks;
+  // Goes through the whole list: not for every segment that a peer may send.
+  if (was_unlisted || (is_full && unlisted_.size() >= kWorthSettling)) settle_ack_list();
+  if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(seq);
 }
 
 void RecvWindow::unlist(unsigned short seq) {

@@ -72,6 +72,8 @@ class RecvWindow {
   void store(Packet&& p) OX_REQUIRES(lock_);
   // Takes the packet after last_seq from the buffer; false if it is not there.
   bool take_next(Packet& p) OX_EXCLUDES(lock_);
+  // Remembers to acknowledge `seq`, unless the list is full.
+  void list(unsigned short seq) OX_REQUIRES(lock_);
   // Nothing is left to acknowledge of `seq`.
   void unlist(unsigned short seq) OX_REQUIRES(lock_);
   // Takes what has been unlisted out of ack_list. Whoever looks at the list does this first.
