@@ -167,6 +167,17 @@ TEST_F(Feedback, WithoutNewsTheWindowSaysSo) {
   EXPECT_EQ(log.count(5, "una empty,not update"), 1);
 }
 
+TEST_F(Feedback, ACycleAsksTheWindowOnceAndNotAgainForItsDatagram) {
+  Endpoint a;
+  a.input(whole(0));
+  const LogCapture log;
+
+  advance(50);
+
+  EXPECT_EQ(log.count(5, "got una 0"), 1);
+  EXPECT_EQ(log.count(5, "una empty,not update"), 0);
+}
+
 TEST_F(Feedback, BeforeTheStartTheWindowSaysNothing) {
   Endpoint a;
   a.input(whole(3));

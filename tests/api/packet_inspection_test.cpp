@@ -172,6 +172,20 @@ TEST(ReadPacketConv, ReadsTheFirst4BytesOfALongerConvSegment) {
   EXPECT_EQ(read_conv(datagram({segment(kConv, 3, {0, 0, 0, 8, 9, 9})})), 8u);
 }
 
+TEST(ReadPacketConv, LooksAtALastSegmentThatIsOnlyAHead) {
+  const LogCapture log(2);
+  EXPECT_EQ(read_conv(datagram({segment(kHeartbeat, 3, {})})), 0u);
+  EXPECT_EQ(log.count(2, "error segment type 5"), 1);
+}
+
+TEST(ReadPacketConv, TakesALengthOf0OrLessForAnEmptyDatagram) {
+  char byte = '$';
+  const LogCapture log(5);
+  tarn_read_packet_conv(&byte, 0);
+  tarn_read_packet_conv(&byte, -1);
+  EXPECT_EQ(log.count(5, "error tarn header len 0"), 2);
+}
+
 TEST(ReadPacketConv, RefusesWhatHasNoHeader) {
   char byte = '$';
   EXPECT_EQ(read_conv({'$'}), kNotOurs);

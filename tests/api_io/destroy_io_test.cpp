@@ -143,8 +143,8 @@ TEST_F(DestroyIo, CallsOnADestroyedHandleFailAndTouchNoOtherSocket) {
 TEST_F(DestroyIo, CallbacksSetOnADestroyedHandleNeverRun) {
   void* const gone = tarn_create_udp_io(kLoopback, 9, 0);
   tarn_destroy_io(gone);
-  const UdpPair successor;  // may have got the descriptor's number
   EventCounter events;
+  const UdpPair successor;  // may have got the descriptor's number
 
   tarn_set_readable_callback(gone, EventCounter::on_event, &events);
   tarn_set_writeable_callback(gone, EventCounter::on_event, &events);
@@ -292,4 +292,5 @@ TEST_F(DestroyIo, ConnectionOpenedInsideAWriteableCallbackIsToldItsOwn) {
   tarn_set_writeable_callback(object.io, Renewing::on_writeable, &object);
 
   EXPECT_TRUE(wait_until([&] { return object.calls.count() == 5; }, 3000)) << object.calls.count();
+  io_thread_pass();  // the last callback has returned
 }

@@ -9,6 +9,7 @@ using namespace tarn_test;
 
 namespace {
 
+// What a callback refers to is declared before the handle: destroying that ends its events.
 using Events = SocketFixture;
 
 // Sets its own callback again from inside, which the end of the callback undoes.
@@ -38,9 +39,9 @@ void nobody_reads(const UdpPair& pair) {
 }  // namespace
 
 TEST_F(Events, CallbackGetsItsArgument) {
-  const UdpPair pair;
   EventCounter readable;
   EventCounter other;
+  const UdpPair pair;
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &other);
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
 
@@ -51,8 +52,8 @@ TEST_F(Events, CallbackGetsItsArgument) {
 }
 
 TEST_F(Events, WriteableIsToldOncePerWatch) {
-  const UdpPair pair;
   EventCounter writeable;
+  const UdpPair pair;
   tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);
   ASSERT_TRUE(writeable.wait_for(1));
 
@@ -63,8 +64,8 @@ TEST_F(Events, WriteableIsToldOncePerWatch) {
 }
 
 TEST_F(Events, WriteableIsToldAgainWhenItIsSetAgain) {
-  const UdpPair pair;
   EventCounter writeable;
+  const UdpPair pair;
 
   for (int i = 1; i <= 50; ++i) {
     tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);
@@ -75,8 +76,8 @@ TEST_F(Events, WriteableIsToldAgainWhenItIsSetAgain) {
 }
 
 TEST_F(Events, WriteableSetAgainInsideItsCallbackIsUndone) {
-  const UdpPair pair;
   Rearming rearming;
+  const UdpPair pair;
   rearming.io = pair.io;
   tarn_set_writeable_callback(pair.io, Rearming::on_writeable, &rearming);
   ASSERT_TRUE(rearming.calls.wait_for(1));
@@ -87,9 +88,9 @@ TEST_F(Events, WriteableSetAgainInsideItsCallbackIsUndone) {
 }
 
 TEST_F(Events, ReadableBeforeItsCallbackIsToldOnceOnTheSettingThread) {
+  EventCounter readable;
   const UdpPair pair;
   nobody_reads(pair);
-  EventCounter readable;
 
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
 
@@ -101,9 +102,9 @@ TEST_F(Events, ReadableBeforeItsCallbackIsToldOnceOnTheSettingThread) {
 }
 
 TEST_F(Events, ReadableThatWasRememberedOutlivesANullCallback) {
+  EventCounter readable;
   const UdpPair pair;
   nobody_reads(pair);
-  EventCounter readable;
 
   tarn_set_readable_callback(pair.io, nullptr, nullptr);
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
@@ -112,10 +113,10 @@ TEST_F(Events, ReadableThatWasRememberedOutlivesANullCallback) {
 }
 
 TEST_F(Events, DatagramBeforeAnythingIsSetIsReportedByTheIoThread) {
+  EventCounter readable;
   const UdpPair pair;
   pair.send("x");
   ASSERT_TRUE(wait_until([&] { return tarn_peek_size(pair.io) == 1; }));
-  EventCounter readable;
 
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
 
@@ -124,6 +125,7 @@ TEST_F(Events, DatagramBeforeAnythingIsSetIsReportedByTheIoThread) {
 }
 
 TEST_F(Events, WriteableBeforeItsCallbackIsToldOnceOnTheSettingThread) {
+  EventCounter writeable;
   const UdpPair pair;
   tarn_set_writeable_callback(pair.io, nullptr, nullptr);
   io_thread_pass();
@@ -131,7 +133,6 @@ TEST_F(Events, WriteableBeforeItsCallbackIsToldOnceOnTheSettingThread) {
   // One pass files the watch, the next one has its event.
   io_thread_pass();
   io_thread_pass();
-  EventCounter writeable;
 
   tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);
   ASSERT_GE(writeable.count(), 1) << "before the call returns";
@@ -156,8 +157,8 @@ TEST_F(Events, ErrorCallbackComesAgainUntilTheHandleIsDestroyed) {
 }
 
 TEST_F(Events, ErrorIsNotToldWhenThereIsNone) {
-  const UdpPair pair;
   EventCounter errors;
+  const UdpPair pair;
   tarn_set_io_error_callback(pair.io, EventCounter::on_error, &errors);
   pair.send("x");
 
@@ -213,9 +214,9 @@ TEST_F(Events, CallbackAndArgumentAreReadAsAPair) {
     int tag;
     EventCounter calls;
   };
-  const UdpPair pair;
   Tagged one{1, {}};
   Tagged two{2, {}};
+  const UdpPair pair;
   pair.send("never read, so readable for ever");
 
   EXPECT_TRUE(wait_until([&] {

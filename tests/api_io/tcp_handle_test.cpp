@@ -93,8 +93,8 @@ TEST_F(TcpHandle, RefusedConnectionShowsAsAnErrorEvent) {
 }
 
 TEST_F(TcpHandle, DataIsInTheBufferWhenTheReadableCallbackRuns) {
-  TcpPair pair;
   Drainer drainer;
+  TcpPair pair;
   drainer.io = pair.io;
   tarn_set_readable_callback(pair.io, Drainer::on_readable, &drainer);
 
@@ -143,8 +143,8 @@ TEST_F(TcpHandle, ConsumeOfNothingOrLessDropsNothing) {
 }
 
 TEST_F(TcpHandle, KeepsTheOrderOfMegabytes) {
-  TcpPair pair;
   Drainer drainer;
+  TcpPair pair;
   drainer.io = pair.io;
   tarn_set_readable_callback(pair.io, Drainer::on_readable, &drainer);
   const std::string sent = numbered(4'000'000);

@@ -21,11 +21,11 @@ using Stopping = StoppingCallback;
 }  // namespace
 
 TEST_F(TcpListening, HandsOverAHandleThatReadsAndWrites) {
+  EventCounter readable;
   const Listener listener;
   const PlainSocket peer = PlainSocket::tcp_connect(listener.port);
   ASSERT_TRUE(listener.handles.wait_for(1));
   void* const io = listener.handles.at(0);
-  EventCounter readable;
   tarn_set_readable_callback(io, EventCounter::on_event, &readable);
 
   peer.send("question");
@@ -50,9 +50,9 @@ TEST_F(TcpListening, NewHandleIsNotYetWatched) {
 }
 
 TEST_F(TcpListening, CallbackRunsOnTheIoThread) {
+  EventCounter writeable;
   const Listener listener;
   const UdpPair pair;
-  EventCounter writeable;
   tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);
 
   const PlainSocket peer = PlainSocket::tcp_connect(listener.port);
@@ -130,8 +130,8 @@ TEST_F(TcpListening, StopsInsideItsOwnCallback) {
 
 // The socket is watched before it listens, and must not be given up in between.
 TEST_F(TcpListening, EveryListenerStartedWhileTheIoThreadIsBusyAccepts) {
-  const UdpPair busy;
   EventCounter readable;
+  const UdpPair busy;
   tarn_set_readable_callback(busy.io, EventCounter::on_event, &readable);
   busy.send("never read, so the I/O thread turns without a pause");
 
@@ -185,9 +185,9 @@ TEST_F(TcpListening, ShortageOfDescriptorsDoesNotSpinAndEnds) {
 }
 
 TEST_F(TcpListening, OtherSocketsAreServedDuringAShortage) {
+  EventCounter readable;
   const Listener listener;
   const UdpPair pair;
-  EventCounter readable;
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
   PlainSocket peer(socket(AF_INET, SOCK_STREAM, 0));
   const DescriptorShortage shortage;
@@ -239,9 +239,9 @@ TEST_F(TcpListeningFirst, ShortageAtTheStartOfTheIoThreadHangsNobody) {
 
 // Without a wake-up every hand-off to the thread takes a whole poll, ten seconds.
 TEST_F(TcpListeningFirst, WakeUpIsBuiltOnceDescriptorsAreBack) {
+  EventCounter writeable;
   const Listener listener;  // keeps the thread going without a wake-up
   void* const io = tarn_create_udp_io(kLoopback, 9, 0);
-  EventCounter writeable;
   {
     const DescriptorShortage shortage;
     tarn_set_writeable_callback(io, EventCounter::on_event, &writeable);

@@ -86,8 +86,8 @@ TEST_F(UdpHandle, PeekSizeIsThatOfTheNextDatagramAndTakesNothing) {
 }
 
 TEST_F(UdpHandle, DatagramStaysInTheKernelUntilTheApplicationReads) {
-  const UdpPair pair;
   EventCounter readable;
+  const UdpPair pair;
   tarn_set_readable_callback(pair.io, EventCounter::on_event, &readable);
   pair.send("stays");
 
@@ -97,10 +97,10 @@ TEST_F(UdpHandle, DatagramStaysInTheKernelUntilTheApplicationReads) {
 }
 
 TEST_F(UdpHandle, ReadableCallbackRunsOnAnotherThreadThatIsAlwaysTheSame) {
-  const UdpPair one;
-  const UdpPair two;
   EventCounter first;
   EventCounter second;
+  const UdpPair one;
+  const UdpPair two;
   tarn_set_readable_callback(one.io, EventCounter::on_event, &first);
   tarn_set_readable_callback(two.io, EventCounter::on_event, &second);
 

@@ -72,9 +72,9 @@ TEST_F(UdpListening, FirstDatagramAnnouncesThePeerAndIsDeliveredToNobody) {
 }
 
 TEST_F(UdpListening, CallbackRunsOnTheIoThread) {
+  EventCounter writeable;
   const Listener listener;
   const UdpPair pair;
-  EventCounter writeable;
   tarn_set_writeable_callback(pair.io, EventCounter::on_event, &writeable);
   const PlainSocket peer = PlainSocket::udp();
 

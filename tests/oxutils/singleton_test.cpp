@@ -42,6 +42,14 @@ struct Late : singleton<Late> {
   static inline bool created = false;
 };
 
+struct Unused : singleton<Unused> {};
+
+// Asks for itself while it is built.
+struct Nested : singleton<Nested> {
+  Nested() { seen_inside = instance(); }
+  static inline Nested* seen_inside = nullptr;
+};
+
 struct ExitGuard : singleton<ExitGuard> {
   ~ExitGuard() override { _exit(99); }
 };
@@ -82,6 +90,18 @@ TEST(Singleton, IsNotCreatedBeforeItsFirstUse) {
   EXPECT_FALSE(Late::created);
   Late::instance();
   EXPECT_TRUE(Late::created);
+}
+
+TEST(Singleton, AskingWhetherItExistsDoesNotCreateIt) {
+  EXPECT_EQ(Unused::existing(), nullptr);
+  EXPECT_EQ(Unused::existing(), nullptr);
+  Unused* const instance = Unused::instance();
+  EXPECT_EQ(Unused::existing(), instance);
+}
+
+TEST(Singleton, IsOneStillWhenItsConstructorAsksForIt) {
+  Nested* const instance = Nested::instance();
+  EXPECT_EQ(Nested::seen_inside, instance);
 }
 
 TEST(Singleton, ObjectBesideTheInstanceMayLiveOnTheStack) {

@@ -123,6 +123,13 @@ void read_char_of(std::string text) { owned_view(text).read_char(); }
 void read_uint16_of(std::string text) { owned_view(text).read_uint16(); }
 void read_uint32_of(std::string text) { owned_view(text).read_uint32(); }
 
+TEST(DataViewDeathTest, NothingCanBeTakenFromAViewWithoutBlocks) {
+  const std::string no_block =
+      tarn_test::assertion_without_line("src/data_view", "front", "!empty()");
+  EXPECT_ABORT(DataView().data(), no_block);
+  EXPECT_ABORT(DataView().consume_front(0), no_block);
+}
+
 TEST(DataViewDeathTest, AByteNeedsABlockOfTwo) {
   EXPECT_ASSERTION(read_uint8_of("a"), kSource, 77, "read_uint8", "blocks_.front()->size() > 1");
 }

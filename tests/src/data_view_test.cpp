@@ -35,6 +35,15 @@ TEST(Block, ShrinksToItsNewSize) {
   EXPECT_EQ(block->size(), 0u);
 }
 
+TEST(Block, OwnedBytesStayOwnedWhenTheyAreCopied) {
+  Block block(4);
+  const char* const before = block.data();
+  block.resize(0);
+  block.deep_copy();
+  EXPECT_TRUE(block.owns_bytes());
+  EXPECT_EQ(block.data(), before);
+}
+
 TEST(DataView, IsEmptyByDefault) { EXPECT_EQ(DataView().size(), 0u); }
 
 TEST(DataView, WrapsForeignBytesWithoutCopying) {

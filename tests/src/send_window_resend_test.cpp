@@ -141,6 +141,7 @@ TEST_F(Resending, LogsTheFirstFourAndEveryHundredth) {
   EXPECT_EQ(log.count_containing("resend data size"), 4) << "75 packets";
   for (int turn = 0; turn < 4; ++turn) tick();
   EXPECT_EQ(log.count_containing("resend data size"), 5) << "100 packets";
+  EXPECT_EQ(log.count_containing(" seq: 24 func"), 1) << "the last of them";
   for (int turn = 0; turn < 4 * 4; ++turn) tick();
   EXPECT_EQ(log.count_containing("resend data size"), 6) << "200 packets";
 }

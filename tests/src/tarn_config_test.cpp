@@ -86,6 +86,15 @@ TEST_F(ConfigTest, MayChangeWhileItIsRead) {
   reader.join();
 }
 
+TEST_F(ConfigTest, AnotherObjectHasDefaultsAndLeavesTheProcesssAlone) {
+  tarn_config_mtu(7);
+  {
+    const TarnConfig other;
+    EXPECT_EQ(other.mtu, 1400u);
+  }
+  EXPECT_EQ(config().mtu, 7u);
+}
+
 TEST(Version, IsTheSameTextAtTheSameAddress) {
   const char* first = nullptr;
   const char* second = nullptr;

@@ -173,6 +173,17 @@ TEST_F(LogTest, CallbackMayCallTheLibrary) {
   EXPECT_EQ(take(), (Texts{"outer", "from inside 0"}));
 }
 
+TEST_F(LogTest, AnotherObjectIsSilentAndLeavesTheProcesssAlone) {
+  const tarn_test::LogCapture capture;
+  {
+    TarnLog other;
+    other.write(1, "from another");
+  }
+  log().write(1, "from the process's own");
+  EXPECT_EQ(capture.count_containing("from another"), 0);
+  EXPECT_EQ(capture.count(1, "from the process's own"), 1);
+}
+
 TEST(LogThreads, MayLogWhileSettingsChange) {
   const tarn_test::LogCapture capture;
   std::vector<std::thread> threads;

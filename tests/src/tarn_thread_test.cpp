@@ -15,11 +15,13 @@
 #include "tests/support/kit_death.h"
 #include "tests/support/kit_worker.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/session_fixture.h"
 
 using oxutils::Function;
 using oxutils::sem;
 using tarn_test::LogCapture;
 using tarn_test::nothing;
+using tarn_test::wait_until;
 
 namespace {
 
@@ -249,6 +251,28 @@ TEST(WorkerStart, PendingCallsRunInOrderWhereTheyAreRun) {
   EXPECT_EQ(order, (std::vector<int>{1, 2}));
   thread.do_pending_func();
   EXPECT_EQ(order.size(), 2u);
+}
+
+TEST(WorkerEnd, EndsWithItsObject) {
+  const LogCapture log(4);
+  int before = 0;
+  bool ran = false;
+  {
+    TarnThread thread;
+    thread.start();
+    wait_for(thread, [&] { ran = true; });
+    before = threads_named("tarn_thread");
+  }
+  EXPECT_TRUE(ran);
+  EXPECT_EQ(log.count(4, "thread end"), 1);
+  // The system takes a moment to forget a thread that has been joined.
+  EXPECT_TRUE(wait_until([before] { return threads_named("tarn_thread") == before - 1; }));
+}
+
+TEST(WorkerEnd, OneThatWasNeverStartedCanGo) {
+  TarnThread* const instance = TarnThread::instance();
+  { const TarnThread thread; }
+  EXPECT_EQ(TarnThread::instance(), instance) << "the process's own one stays";
 }
 
 // The form of run() that an implementation brings along.

@@ -213,4 +213,14 @@ TEST_F(Periodic, SurvivesManyMembers) {
   EXPECT_EQ(ran.back(), 499);
 }
 
+// What a pass looks ahead at must be there, however few follow.
+TEST_F(Periodic, RunsAnyNumberOfMembers) {
+  Marks all;
+  for (int mark = 0; mark < 30; ++mark) {
+    add(50, mark);
+    all.push_back(mark);
+    EXPECT_EQ(pass_after(50), all);
+  }
+}
+
 }  // namespace

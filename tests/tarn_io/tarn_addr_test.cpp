@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <string>
 
@@ -145,6 +146,19 @@ TEST(TarnAddr, GivesAnIpv6SystemAddressAsItIs) {
   EXPECT_EQ(out.sin6_flowinfo, 0u);
   EXPECT_EQ(out.sin6_scope_id, 0u);
   EXPECT_EQ(synthesised("2001:db8::1"), "2001:db8::1");
+}
+
+TEST(TarnAddr, LeavesNothingOfWhatStoodInASystemAddress) {
+  SystemAddress expected = system_v4("1.2.3.4", 5);
+  SystemAddress out;
+  memset(&out, 0xFF, sizeof out);
+  EXPECT_TRUE(TarnAddr("1.2.3.4", 5).get_sock_addr_v4(out.v4));
+  EXPECT_EQ(memcmp(&out.v4, &expected.v4, sizeof out.v4), 0);
+
+  expected = system_v6("1::2", 5);
+  memset(&out, 0xFF, sizeof out);
+  EXPECT_TRUE(TarnAddr("1::2", 5).get_sock_addr_v6(out.v6));
+  EXPECT_EQ(memcmp(&out.v6, &expected.v6, sizeof out.v6), 0);
 }
 
 TEST(TarnAddr, MapsAnIpv4TextIntoTheNat64Prefix) {

@@ -28,6 +28,35 @@ TarnIoThread& running() {
 
 bool is_on(TarnIoThread& thread) { return pthread_equal(thread.get_tid(), pthread_self()) != 0; }
 
+// Whether what `thread` is given runs on it and not on the caller.
+bool runs_calls_itself(TarnIoThread& thread) {
+  const pthread_t caller = pthread_self();
+  bool on_thread = false;
+  Call call([&] { on_thread = is_on(thread) && pthread_equal(caller, pthread_self()) == 0; });
+  thread.wait(call.function());
+  return on_thread;
+}
+
+void stop_and_wait(TarnIoThread& thread) {
+  const LogCapture log(3);
+  thread.stop();
+  EXPECT_TRUE(log.wait_for("tarn thread fini"));
+  // It says so before it has closed its queue.
+  EXPECT_TRUE(wait_until([&thread] { return !runs_calls_itself(thread); }));
+}
+
+// The process's thread, running now and ended afterwards: other tests poll for themselves.
+class TarnIoThreadRestart : public ::testing::Test {
+ protected:
+  TarnIoThreadRestart() {
+    thread_.start();
+    EXPECT_TRUE(wait_until([this] { return !is_on(thread_); })) << "the new thread has begun";
+  }
+  ~TarnIoThreadRestart() override { stop_and_wait(thread_); }
+
+  TarnIoThread& thread_ = *TarnIoThread::instance();
+};
+
 }  // namespace
 
 TEST(TarnIoThread, RunsAsSoonAsItExists) {
@@ -155,4 +184,39 @@ TEST(TarnIoThread, SaysItHasEndedAndThenRunsCallsOnTheirCaller) {
   EXPECT_TRUE(wait_until([&] { return call.count() == 1; }));
   thread.wait(call.function());
   EXPECT_EQ(call.count(), 2);
+}
+
+TEST_F(TarnIoThreadRestart, StartsAgainAfterItHasEnded) {
+  stop_and_wait(thread_);
+  EXPECT_FALSE(runs_calls_itself(thread_));
+
+  thread_.start();
+
+  EXPECT_TRUE(runs_calls_itself(thread_));
+}
+
+TEST_F(TarnIoThreadRestart, GoesOnWhenItStopsAndStartsItself) {
+  const pthread_t before = thread_.get_tid();
+  Call restart([this] {
+    thread_.stop();
+    thread_.start();
+  });
+
+  thread_.wait(restart.function());
+
+  EXPECT_TRUE(runs_calls_itself(thread_));
+  EXPECT_NE(pthread_equal(before, thread_.get_tid()), 0);
+}
+
+TEST(TarnIoThreadEnd, ComesWithItsObject) {
+  if (TarnIoThread::existing() != nullptr) {
+    GTEST_SKIP() << "needs a process of its own, as under ctest";
+  }
+  const LogCapture log(3);
+  {
+    TarnIoThread thread;
+    EXPECT_TRUE(wait_until([&] { return !is_on(thread); }));
+    EXPECT_TRUE(runs_calls_itself(thread));
+  }
+  EXPECT_EQ(log.count(3, "tarn thread fini"), 1);
 }

@@ -107,11 +107,13 @@ TEST(TcpBufferRead, ReportsTheEndOfTheStreamAsNothing) {
   Ends ends = stream_with("");
   ends.far.reset();
   TcpBuffer buffer;
-  int error = 0;
+  int error = 7;
+  errno = EBADF;
 
   EXPECT_EQ(buffer.read_fd(ends.near.get(), &error), 0);
   EXPECT_EQ(buffer.readable_bytes(), 0u);
   EXPECT_EQ(buffer.writeable_bytes(), 1024u);
+  EXPECT_EQ(error, 7) << "the end of a stream is no error";
 }
 
 TEST(TcpBufferRead, GivesTheErrorAndChangesNothingOnFailure) {

@@ -128,6 +128,18 @@ TEST(TcpBuffer, MovesWhatIsUnreadToTheFrontBeforeItGrows) {
   EXPECT_EQ(buffer.writeable_bytes(), 624u);
 }
 
+TEST(TcpBuffer, MovesASingleUnreadByteToo) {
+  TcpBuffer buffer;
+  append(buffer, text_of(1023));
+  append(buffer, "z");
+  buffer.retrieve(1023);
+
+  buffer.make_space(1000);
+
+  EXPECT_EQ(buffer.prependable_bytes(), 0u);
+  EXPECT_EQ(unread(buffer), "z");
+}
+
 TEST(TcpBuffer, StillMovesWhenTheRoomIsJustEnough) {
   TcpBuffer buffer;
   append(buffer, text_of(1000));
