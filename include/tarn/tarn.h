@@ -150,8 +150,8 @@ TARN_API void tarn_config_active_timeout(unsigned int ms);
 
 /* Segments that a session keeps for re-sending until they are acknowledged. Default 32. Both ends
  * of a conversation should use the same number of segments for this and the receive window, and at
- * most 32767: sequence numbers have 16 bits, and among more of them some are never found again to
- * be re-sent. Applies at once. */
+ * most 16383: sequence numbers have 16 bits, and the two windows together have to fit into half of
+ * them, or an acknowledgement may release segments that have not arrived. Applies at once. */
 TARN_API void tarn_config_send_window_size(unsigned int segments);
 
 /* Segments that a session holds back because they came early. Default 32. Applies at once. */
