@@ -47,7 +47,7 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 
 if(TARN_SANITIZE)
   target_compile_options(tarn_flags INTERFACE
-    -fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g)
+    -fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
   if(TARN_SANITIZE MATCHES undefined)
     # This one check opens a pipe for every object that it looks at: without descriptors to be had,
     # as some tests want it, every object looks wrong to it.
