@@ -62,20 +62,30 @@ int TarnIo::fd() const {
 }
 
 // A watch that was handed over before the handle was destroyed, and comes after, finds no socket.
+// -1 once the handle is on its way out: a watch that another thread has asked for just before would
+// otherwise follow the last unwatch, and outlive the socket.
+int TarnIo::watchable_fd() const {
+  {
+    const oxutils::scoped_lock hold(lock_);
+    if (destroyed_) return -1;
+  }
+  return fd();
+}
+
 void TarnIo::watch_read() {
-  const int watched = fd();
+  const int watched = watchable_fd();
   if (watched < 0) return;
   TarnPoller::instance()->watch_read(watched, oxutils::Function(this, &TarnIo::trigger_read));
 }
 
 void TarnIo::watch_write() {
-  const int watched = fd();
+  const int watched = watchable_fd();
   if (watched < 0) return;
   TarnPoller::instance()->watch_write(watched, oxutils::Function(this, &TarnIo::trigger_write));
 }
 
 void TarnIo::watch_error() {
-  const int watched = fd();
+  const int watched = watchable_fd();
   if (watched < 0) return;
   TarnPoller::instance()->watch_error(watched, oxutils::Function(this, &TarnIo::trigger_error));
 }

@@ -91,6 +91,7 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   bool is_stream() const OX_EXCLUDES(socket_lock_);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
+  int watchable_fd() const OX_EXCLUDES(lock_, socket_lock_);
 
   void* const number_;
 
