@@ -5,6 +5,7 @@
 #include <string_view>
 #include <utility>
 
+#include "tarn/io.h"
 #include "tests/sim/boundary.h"
 #include "tests/sim/failure.h"
 
@@ -37,10 +38,11 @@ Endpoint::Plan endpoint_plan(const std::string& name, const Round& round, const 
 }  // namespace
 
 Conversation::Conversation(World& world, const Plan& plan, const Round& round,
-                           const ConversationPlan& own, Random random)
+                           const ConversationPlan& own, Random random, Lobby& lobby)
     : world_(world),
       round_(round),
       plan_(own),
+      lobby_(lobby),
       random_(random),
       link_ab_(random_.fork(), own.link_ab),
       link_ba_(random_.fork(), own.link_ba),
@@ -56,11 +58,49 @@ Conversation::Conversation(World& world, const Plan& plan, const Round& round,
 
 void Conversation::open() {
   opened_at_ = world_.scheduler().now();
-  for (Side* const side : {&side_a_, &side_b_}) start(*side);
+  if (plan_.path == Path::kListener) {
+    meet();
+    return;
+  }
+  if (plan_.path == Path::kSockets) {
+    const uint16_t port_a = world_.network().reserve_port();
+    const uint16_t port_b = world_.network().reserve_port();
+    side_a_.ports = {port_a, port_b};
+    side_b_.ports = {port_b, port_a};
+  }
+  for (Side* const side : {&side_a_, &side_b_}) {
+    start(*side, side->ports.own != 0 ? SessionSocket::create(side->ports) : nullptr);
+  }
 }
 
-void Conversation::start(Side& side) {
-  side.endpoint.open(side.conv);
+// b opens when the listener reports a, on the I/O thread.
+void Conversation::meet() {
+  const uint16_t port_a = world_.network().reserve_port();
+  side_a_.ports = {port_a, lobby_.port()};
+  side_b_.ports = {lobby_.port(), port_a};
+  lobby_.expect(port_a, [this](void* io) { start(side_b_, io); });
+  void* const io = SessionSocket::create(side_a_.ports);
+  knock(io);
+  start(side_a_, io);
+}
+
+// Whatever comes to a listener first is lost; what comes twice before the peer has its socket may
+// make it known twice.
+void Conversation::knock(void* io) {
+  while (!b_.takes_datagrams()) {
+    for (uint64_t count = random_.between(1, 3); count > 0; --count) {
+      const InsideLibrary inside;
+      tarn_write(io, "hello", 5);
+    }
+    world_.scheduler().sleep(50 * kNsPerMs);
+  }
+}
+
+void Conversation::start(Side& side, void* io) {
+  if (io != nullptr) {
+    side.socket = std::make_unique<SessionSocket>(world_, side.endpoint, io, side.ports);
+  }
+  side.endpoint.open(side.conv, io);
   receivers_.push_back(
       world_.scheduler().spawn("net>" + side.endpoint.name(), [this, &side] { receive(side); }));
 }
@@ -70,7 +110,11 @@ void Conversation::receive(Side& side) {
   Scheduler& scheduler = world_.scheduler();
   while (receiving_ && side.endpoint.takes_datagrams()) {
     if (auto datagram = side.inbound.receive(scheduler.now())) {
-      side.endpoint.feed(std::move(*datagram));
+      if (side.socket) {
+        side.socket->arrive(std::move(*datagram));
+      } else {
+        side.endpoint.feed(std::move(*datagram));
+      }
     } else {
       scheduler.block(&side.inbound, side.inbound.next_due());
     }
@@ -84,6 +128,7 @@ void Conversation::run() {
     players.push_back(scheduler.spawn(side->endpoint.name(), [this, side] { play(*side); }));
   }
   if (plan_.restart_b) players.push_back(scheduler.spawn("restart", [this] { restart_b(); }));
+  if (plan_.cut_off_a) players.push_back(scheduler.spawn("cut", [this] { cut_off_a(); }));
   if (plan_.stranger_share > 0) {
     players.push_back(scheduler.spawn("stranger", [this] { be_a_stranger(); }));
   }
@@ -99,8 +144,22 @@ void Conversation::restart_b() {
                                  random_.fork(), stream_fresh_, stream_ab_, link_ba_);
   fresh_side_ = std::make_unique<Side>(
       Side{*fresh_b_, stream_fresh_, link_ab_, plan_.script_b, plan_.conv_b, random_.fork()});
-  start(*fresh_side_);
+  void* io = nullptr;
+  if (side_b_.socket) {
+    side_b_.socket->close();
+    fresh_side_->ports = side_b_.ports;
+    io = SessionSocket::create(fresh_side_->ports);
+  }
+  start(*fresh_side_, io);
   play(*fresh_side_);
+}
+
+// While it sends, if it does.
+void Conversation::cut_off_a() {
+  Scheduler& scheduler = world_.scheduler();
+  scheduler.sleep(random_.between(1, kNsPerSecond));
+  scheduler.block(&link_ab_, scheduler.now() + kNsPerSecond);
+  side_a_.socket->close();
 }
 
 void Conversation::play(Side& side) {
@@ -155,7 +214,8 @@ bool Conversation::is_out_of_time() const {
 // Nothing can be promised of a conversation one of whose ends has gone, or in which datagrams were
 // changed on the way.
 bool Conversation::is_disturbed() const {
-  return !a_.is_open() || !b_.is_open() || plan_.link_ab.corrupt > 0 || plan_.link_ba.corrupt > 0;
+  return !a_.is_open() || !b_.is_open() || a_.is_cut_off() || plan_.link_ab.corrupt > 0 ||
+         plan_.link_ba.corrupt > 0;
 }
 
 void Conversation::meddle(Side& side) {
@@ -268,6 +328,19 @@ void Conversation::heal_and_settle() {
 }
 
 void Conversation::destroy() {
+  // A session goes on without its socket.
+  if (plan_.path != Path::kCallbacks && random_.chance(0.3)) close_sockets();
+  destroy_sessions();
+  close_sockets();
+}
+
+void Conversation::close_sockets() {
+  for (Side* const side : {&side_a_, &side_b_, fresh_side_.get()}) {
+    if (side != nullptr && side->socket) side->socket->close();
+  }
+}
+
+void Conversation::destroy_sessions() {
   a_.destroy(plan_.wait_ms);
   b_.destroy(plan_.wait_ms);
   if (fresh_b_) fresh_b_->destroy(plan_.wait_ms);

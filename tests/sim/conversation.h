@@ -8,7 +8,9 @@
 
 #include "tests/sim/endpoint.h"
 #include "tests/sim/link.h"
+#include "tests/sim/lobby.h"
 #include "tests/sim/plan.h"
+#include "tests/sim/session_socket.h"
 #include "tests/sim/stream.h"
 
 namespace tarn_sim {
@@ -17,8 +19,9 @@ namespace tarn_sim {
 // the links, see everything arrive and be acknowledged in time, destroy.
 class Conversation {
  public:
+  // `lobby` is where b waits for a when its handle comes from a listener.
   Conversation(World& world, const Plan& plan, const Round& round, const ConversationPlan& own,
-               Random random);
+               Random random, Lobby& lobby);
   Conversation(const Conversation&) = delete;
   Conversation& operator=(const Conversation&) = delete;
 
@@ -48,9 +51,15 @@ class Conversation {
     const Script& script;
     uint32_t conv;
     Random random;
+    Ports ports{};
+    std::unique_ptr<SessionSocket> socket{};  // unless callbacks are its path
   };
 
-  void start(Side& side);
+  void start(Side& side, void* io);
+  void meet();
+  void knock(void* io);
+  void destroy_sessions();
+  void close_sockets();
   void receive(Side& side);
   void play(Side& side);
   void send_one(Side& side);
@@ -58,6 +67,7 @@ class Conversation {
   size_t draw_size(Side& side) const;
   void wait_for_room(Side& side, size_t size);
   void restart_b();
+  void cut_off_a();
   void be_a_stranger();
   bool is_disturbed() const;
   bool is_out_of_time() const;
@@ -68,6 +78,7 @@ class Conversation {
   World& world_;
   const Round& round_;
   const ConversationPlan& plan_;
+  Lobby& lobby_;
   Random random_;
   Link link_ab_;
   Link link_ba_;

@@ -106,6 +106,12 @@ Script draw_script(Random& random, const Settings& settings) {
   return script;
 }
 
+// An attached session reads no more than 1500 bytes of a datagram.
+Path draw_path(Random& random, const Settings& settings, bool restart_b) {
+  if (!random.chance(0.2) || settings.mtu > 1400) return Path::kCallbacks;
+  return restart_b || random.chance(0.7) ? Path::kSockets : Path::kListener;
+}
+
 ConversationPlan draw_conversation(Random& random, const Settings& settings, size_t index) {
   ConversationPlan plan;
   plan.name = std::to_string(index + 1);
@@ -119,6 +125,8 @@ ConversationPlan draw_conversation(Random& random, const Settings& settings, siz
   plan.wait_ms = random.pick({0U, 0U, 1U, 50U, 100U, 250U, 1000U});
   plan.stranger_share = sometimes(random, 0.15, 1);
   plan.restart_b = random.chance(0.04);
+  plan.path = draw_path(random, settings, plan.restart_b);
+  plan.cut_off_a = plan.path != Path::kCallbacks && random.chance(0.15);
   return plan;
 }
 
@@ -159,9 +167,20 @@ Plan draw_plan(uint64_t seed) {
     for (size_t index = 0; index < count; ++index) {
       round.conversations.push_back(draw_conversation(random, round.settings, index));
     }
+    if (random.chance(0.08)) round.tcp_talks = static_cast<unsigned int>(random.between(1, 2));
     plan.rounds.push_back(std::move(round));
   }
   return plan;
+}
+
+bool has_sockets(const Plan& plan) {
+  for (const Round& round : plan.rounds) {
+    if (round.tcp_talks > 0) return true;
+    for (const ConversationPlan& each : round.conversations) {
+      if (each.path != Path::kCallbacks) return true;
+    }
+  }
+  return false;
 }
 
 bool has_exact_timing(const Plan& plan, const ConversationPlan& conversation) {

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "tarn/io.h"
 #include "tests/sim/boundary.h"
 #include "tests/sim/failure.h"
 
@@ -49,8 +50,9 @@ Endpoint::Endpoint(World& world, Plan plan, Random random, Stream& out, Stream& 
       link_(link),
       replies_left_(plan_.habits.replies) {}
 
-void Endpoint::open(uint32_t conv) {
+void Endpoint::open(uint32_t conv, void* io) {
   quiet_since_ = world_.tick();
+  io_ = io;
   const InsideLibrary inside;
   void* const handle = tarn_create();
   if (handle == nullptr) fail("{}: no session", plan_.name);
@@ -63,7 +65,11 @@ void Endpoint::set_callbacks() {
   tarn_set_error_callback(handle_, &Endpoint::on_error, this);
   tarn_set_recv_reliable_callback(handle_, &Endpoint::on_reliable, this);
   tarn_set_recv_unreliable_callback(handle_, &Endpoint::on_unreliable, this);
-  tarn_set_output_callback(handle_, &Endpoint::on_output, this);
+  if (io_ != nullptr) {
+    tarn_attach_io(handle_, io_);
+  } else {
+    tarn_set_output_callback(handle_, &Endpoint::on_output, this);
+  }
   if (conv_ != 0) tarn_set_conv(handle_, conv_);
 }
 
@@ -120,7 +126,7 @@ void Endpoint::send_reliable(size_t size) {
     const InsideLibrary inside;
     tarn_send_reliable(handle_, bytes.data(), static_cast<int>(size));
   }
-  out_.close_message(destroyed_);
+  out_.close_message(destroyed_ || cut_off_);
   note_activity(tick);
 }
 
@@ -146,20 +152,30 @@ void Endpoint::send_in_place(size_t size) {
 
 void Endpoint::feed(std::string datagram) {
   if (!takes_datagrams()) return;
+  begin_feed(datagram);
+  {
+    const InsideLibrary inside;
+    // The library may write into what it is given.
+    tarn_input(handle_, datagram.data(), static_cast<int>(datagram.size()));
+  }
+  end_feed();
+}
+
+void Endpoint::begin_feed(std::string datagram) {
+  if (!takes_datagrams()) return;
   world_.event("{} gets {} bytes", plan_.name, datagram.size());
   expect_of(datagram);
   feeder_ = world_.scheduler().self();
   feeding_ = true;
   feeding_since_ = world_.scheduler().points();
-  const uint32_t tick = world_.tick();
-  const std::string copy = datagram;  // the library may write into what it is given
-  {
-    const InsideLibrary inside;
-    tarn_input(handle_, datagram.data(), static_cast<int>(datagram.size()));
-  }
-  feeding_ = false;
-  note_activity(tick);
-  tell_acknowledged(copy);
+  fed_at_tick_ = world_.tick();
+  fed_ = std::move(datagram);
+}
+
+void Endpoint::end_feed() {
+  if (!std::exchange(feeding_, false)) return;
+  note_activity(fed_at_tick_);
+  tell_acknowledged(fed_);
   if (destroyed_) return;
   if (!expected_.empty() || expected_byes_ != 0) {
     fail("{}: a datagram was taken, but not all that is in it was reported", plan_.name);
@@ -189,11 +205,26 @@ void Endpoint::tell_acknowledged(std::string_view datagram) {
 int Endpoint::on_output(char* data, int len, void* self) {
   Endpoint& endpoint = *static_cast<Endpoint*>(self);
   const Callback callback(endpoint, "output");
-  endpoint.emitted(std::string_view(data, static_cast<size_t>(len)));
+  const std::string_view datagram(data, static_cast<size_t>(len));
+  endpoint.put_on_link(datagram, endpoint.emitted(datagram));
+  endpoint.act_in_callback();
   return 0;
 }
 
-void Endpoint::emitted(std::string_view datagram) {
+// The socket's lock is held, so the application stays out of this.
+void Endpoint::sent(std::string_view datagram, bool accepted) {
+  const unsigned int allowed = world_.runs_timers() ? 2 : 1;
+  if (world_.locks().held_count() > allowed) fail("{}: a lock is held across a send", plan_.name);
+  observe();
+  const bool feedback_only = emitted(datagram);
+  if (accepted) {
+    put_on_link(datagram, feedback_only);
+  } else {
+    world_.event("{} has a send refused", plan_.name);
+  }
+}
+
+bool Endpoint::emitted(std::string_view datagram) {
   const auto emission = read_emission(datagram);
   if (!emission) fail("{}: emits {} bytes that are no datagram", plan_.name, datagram.size());
   if (emission->kind == Emission::Kind::kReliable) {
@@ -204,9 +235,12 @@ void Endpoint::emitted(std::string_view datagram) {
   }
   check_size(*emission);
   in_.check_feedback(*emission);
-  link_.send(world_.scheduler().now(), datagram, emission->kind == Emission::Kind::kFeedback);
+  return emission->kind == Emission::Kind::kFeedback;
+}
+
+void Endpoint::put_on_link(std::string_view datagram, bool feedback_only) {
+  link_.send(world_.scheduler().now(), datagram, feedback_only);
   world_.scheduler().wake(&link_);
-  act_in_callback();
 }
 
 // Feedback may fill a datagram up to the mtu. One corner is let be: beside a payload that leaves 6
@@ -267,7 +301,7 @@ void Endpoint::raised(TarnError code) {
       if (!destroyed_ && (!out_.is_sending() || send_window_full_at_ < out_.sending_since())) {
         fail("{}: overflow of a window with room", plan_.name);
       }
-      out_.refused();
+      if (!cut_off_) out_.refused();
       break;
     case TARN_ERROR_RECV_REJECTED:
       if (!inside_input || recv_window_full_at_ < feeding_since_) {

@@ -38,7 +38,8 @@ class Endpoint {
   Endpoint(const Endpoint&) = delete;
   Endpoint& operator=(const Endpoint&) = delete;
 
-  void open(uint32_t conv);
+  // With `io` the session is attached to that handle and has no output callback.
+  void open(uint32_t conv, void* io = nullptr);
   // Once; from any task, also from inside a callback.
   void destroy(unsigned int wait_ms);
   // Until a destruction begins.
@@ -52,8 +53,17 @@ class Endpoint {
   void send_in_place(size_t size);
   // One datagram from the network. One task at a time.
   void feed(std::string datagram);
+  // The running task is about to feed the session, by itself, and has done so.
+  void begin_feed(std::string datagram);
+  void end_feed();
+  // The library sends a datagram on the session's socket, which takes it if it is `accepted`.
+  void sent(std::string_view datagram, bool accepted);
   // Sets the callbacks and the conversation id again, to what they are.
   void set_again();
+
+  // Its socket is about to be closed: what it sends from now on may be seen nowhere.
+  void cut_off() { cut_off_ = true; }
+  bool is_cut_off() const { return cut_off_; }
 
   // From now on the application does nothing inside callbacks.
   void calm_down() { calm_ = true; }
@@ -74,7 +84,9 @@ class Endpoint {
   static int on_unreliable(char* data, int len, void* self);
   static int on_error(TarnError code, void* self);
   void set_callbacks();
-  void emitted(std::string_view datagram);
+  // Whether it is all feedback.
+  bool emitted(std::string_view datagram);
+  void put_on_link(std::string_view datagram, bool feedback_only);
   void check_size(const Emission& emission) const;
   void raised(TarnError code);
   void check_inactive() const;
@@ -92,14 +104,18 @@ class Endpoint {
   Stream& in_;
   Link& link_;
   void* handle_ = nullptr;
+  void* io_ = nullptr;
   uint32_t conv_ = 0;
   bool destroyed_ = false;
   bool gone_ = false;
   bool calm_ = false;
+  bool cut_off_ = false;
   unsigned int replies_left_;
 
   TaskId feeder_ = 0;
   bool feeding_ = false;
+  std::string fed_;  // the datagram
+  uint32_t fed_at_tick_ = 0;
   uint64_t feeding_since_ = 0;        // in points
   std::deque<std::string> expected_;  // unreliable messages of the datagram being fed
   unsigned int expected_byes_ = 0;

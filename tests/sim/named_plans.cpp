@@ -31,7 +31,9 @@ Plan talk(const LinkSettings& link) {
   conversation.script_b = script(200, 500, ms(60));
   Plan plan;
   plan.wall_ms = kWallMs;
-  plan.rounds.push_back({Settings(), {conversation}});
+  Round round;
+  round.conversations.push_back(conversation);
+  plan.rounds.push_back(round);
   return plan;
 }
 
@@ -193,6 +195,48 @@ Plan storm() {
   return plan;
 }
 
+// Conversations through the library's own sockets, in which things go wrong.
+Plan through(Path path, unsigned int count) {
+  LinkSettings link = distance(20);
+  link.loss = 0.1;
+  link.duplicate = 0.02;
+  Plan plan = talk(link);
+  plan.preemption.switch_share = 0.2;
+  plan.preemption.cost_ns = 100;
+  plan.preemption.spurious_share = 0.01;
+  only(plan).path = path;
+  only(plan).wait_ms = 100;
+  for (Script* each : {&only(plan).script_a, &only(plan).script_b}) {
+    each->habits = {0, 0, 0.1, 100, 0};
+    each->unreliable_share = 0.2;
+    each->meddle_share = 0.1;
+  }
+  for (unsigned int i = 1; i < count; ++i) {
+    ConversationPlan more = only(plan);
+    more.name = std::to_string(i + 1);
+    plan.rounds[0].conversations.push_back(more);
+  }
+  plan.rounds.push_back(plan.rounds[0]);
+  return plan;
+}
+
+// The sockets go while their sessions send on all threads.
+Plan cut_off() {
+  Plan plan = through(Path::kSockets, 4);
+  plan.preemption.switch_share = 0.5;
+  for (Round& round : plan.rounds) {
+    for (ConversationPlan& each : round.conversations) each.cut_off_a = true;
+  }
+  return plan;
+}
+
+// TCP beside a conversation through sockets.
+Plan streams() {
+  Plan plan = through(Path::kSockets, 1);
+  for (Round& round : plan.rounds) round.tcp_talks = 3;
+  return plan;
+}
+
 using Maker = std::function<Plan()>;
 
 const std::map<std::string, Maker>& makers() {
@@ -200,8 +244,10 @@ const std::map<std::string, Maker>& makers() {
       {"blackholes", blackholes},
       {"burst_loss", burst_loss},
       {"clock_steps", clock_steps},
+      {"cut_off", cut_off},
       {"feedback_loss", feedback_loss},
       {"heavy_loss", heavy_loss},
+      {"listener", [] { return through(Path::kListener, 5); }},
       {"long_delay", long_delay},
       {"mtu_1", [] { return mtu(1); }},
       {"mtu_1400", [] { return mtu(1400); }},
@@ -212,7 +258,9 @@ const std::map<std::string, Maker>& makers() {
       {"sequence_wrap", sequence_wrap},
       {"silence", silence},
       {"small_receive_window", small_receive_window},
+      {"sockets", [] { return through(Path::kSockets, 2); }},
       {"storm", storm},
+      {"streams", streams},
       {"tick_wrap", tick_wrap},
       {"window_1", [] { return window(1, 300); }},
       {"window_1024", [] { return window(1024, 5000); }},

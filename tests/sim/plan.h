@@ -28,6 +28,13 @@ struct Script {
   Habits habits;
 };
 
+// How datagrams get from the library onto the links and back.
+enum class Path {
+  kCallbacks,  // through the output callback and tarn_input
+  kSockets,    // through handles that the sessions are attached to
+  kListener,   // as well, and b's comes from a listener
+};
+
 struct ConversationPlan {
   std::string name;
   LinkSettings link_ab;
@@ -39,12 +46,15 @@ struct ConversationPlan {
   uint64_t give_up_ns = 60 * kNsPerSecond;  // scripts that are not done by then end
   unsigned int wait_ms = 0;                 // of the destroys at the end
   double stranger_share = 0;  // of the moments at which somebody else's datagram arrives
-  bool restart_b = false;     // b is destroyed and made anew halfway, a goes on
+  bool restart_b = false;     // b is destroyed and made anew halfway, a goes on; not by a listener
+  Path path = Path::kCallbacks;
+  bool cut_off_a = false;  // a's socket is destroyed halfway, its session is not
 };
 
 struct Round {
   Settings settings;
   std::vector<ConversationPlan> conversations;
+  unsigned int tcp_talks = 0;  // beside them
 };
 
 struct ClockStep {
@@ -66,6 +76,9 @@ struct Plan {
   bool expect_refusal = false;
   bool expect_silence = false;
 };
+
+// Whether anything uses sockets.
+bool has_sockets(const Plan& plan);
 
 // Nothing disturbs the rotation of re-sends in such a plan.
 bool has_exact_timing(const Plan& plan, const ConversationPlan& conversation);

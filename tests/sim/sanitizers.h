@@ -1,5 +1,5 @@
-// What the simulator tells the sanitizers. Nothing where there is none. ThreadSanitizer does not look
-// at these files, so the build has to say that it is there (TARN_SIM_TSAN).
+// What the simulator tells the sanitizers. Nothing where there is none. ThreadSanitizer does not
+// look at these files, so the build has to say that it is there (TARN_SIM_TSAN).
 #ifndef TARN_TESTS_SIM_SANITIZERS_H_
 #define TARN_TESTS_SIM_SANITIZERS_H_
 

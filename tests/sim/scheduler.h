@@ -79,6 +79,9 @@ class Scheduler {
   bool in_library() const { return tasks_[current_]->in_library; }
   void set_in_library(bool inside) { tasks_[current_]->in_library = inside; }
 
+  // The running task's errno.
+  int* error_number() { return &tasks_[current_]->error_number; }
+
  private:
   enum class State { kRunnable, kBlocked, kEnded };
   struct Task {
@@ -89,6 +92,7 @@ class Scheduler {
     uint64_t deadline = kNever;
     bool woken = false;
     bool in_library = false;
+    int error_number = 0;
   };
 
   void run_task(const std::function<void()>& body);

@@ -1,5 +1,6 @@
 #include "tests/sim/simulation.h"
 
+#include "tarn/io.h"
 #include "tarn/tarn.h"
 #include "tests/sim/boundary.h"
 #include "tests/sim/failure.h"
@@ -10,13 +11,19 @@ namespace {
 // Sessions per setting that have been there once, so that the library's tables have their size.
 constexpr int kWarmUpSessions = 3;
 constexpr uint64_t kQuiet = 100 * kNsPerMs;
+// The I/O thread's own: a connection to itself and the listener that it came from.
+constexpr size_t kWakeUpDescriptors = 3;
+// I/O handles are kept for a while.
+constexpr uint64_t kHandleRelease = 500 * kNsPerMs;
 
 }  // namespace
 
 Simulation::Simulation(const Plan& plan, bool printing)
     : plan_(plan),
       random_(plan.seed),
-      world_(random_.fork(), plan.preemption, plan.wall_ms, printing) {
+      world_(random_.fork(), plan.preemption, plan.wall_ms, printing),
+      lobby_(world_),
+      has_sockets_(has_sockets(plan)) {
   begin_outside();
 }
 
@@ -53,7 +60,30 @@ void Simulation::warm_up() {
     }
     world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs);
   }
+  if (has_sockets_) warm_up_sockets();
   empty_ = library_heap();
+  check_descriptors();
+}
+
+// Starts the I/O thread.
+void Simulation::warm_up_sockets() {
+  {
+    const InsideLibrary inside;
+    void* const session = tarn_create();
+    void* const io = tarn_create_udp_io("127.0.0.1", 9, 0);
+    tarn_attach_io(session, io);
+    tarn_destroy(session);
+    tarn_destroy_io(io);
+  }
+  lobby_.open();
+  lobby_.close();
+  wait_for_quiet(plan_.rounds.back().settings);
+}
+
+// A timer that was cancelled stays filed until it comes up.
+void Simulation::wait_for_quiet(const Settings& settings) {
+  world_.scheduler().sleep(kQuiet + settings.rtx_timeout * kNsPerMs + world_.timer_lag_ns() +
+                           (has_sockets_ ? kHandleRelease : 0));
 }
 
 Outcome Simulation::run() {
@@ -75,29 +105,46 @@ void Simulation::play(const Round& round) {
   configure(round.settings);
   for (const ConversationPlan& each : round.conversations) {
     conversations_.push_back(
-        std::make_unique<Conversation>(world_, plan_, round, each, random_.fork()));
+        std::make_unique<Conversation>(world_, plan_, round, each, random_.fork(), lobby_));
   }
   disturbing_ = true;
   const TaskId disturber = world_.scheduler().spawn("disturber", [this] { disturb(); });
+  if (has_sockets_) lobby_.open();
   for_each_conversation(&Conversation::open);
-  for_each_conversation(&Conversation::run);
+  talk(round);
   disturbing_ = false;
   world_.scheduler().join(disturber);
   world_.scheduler().end_stalls();
+  world_.network().end_faults();
   for_each_conversation(&Conversation::calm_down);
   for_each_conversation(&Conversation::heal_and_settle);
   for_each_conversation(&Conversation::destroy);
   for_each_conversation(&Conversation::finish);
+  if (has_sockets_) lobby_.close();
   for (const auto& each : conversations_) {
     outcome_.messages += each->messages_delivered();
     outcome_.datagrams += each->datagrams();
     for (int code = 0; code < 4; ++code)
       errors_[code] += each->errors(static_cast<TarnError>(code));
   }
-  // A timer that was cancelled stays filed until it comes up.
-  world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs + world_.timer_lag_ns());
+  wait_for_quiet(round.settings);
   conversations_.clear();
+  tcp_talks_.clear();
   check_heap("when all sessions have been destroyed");
+  check_descriptors();
+}
+
+// Conversations, and TCP beside them.
+void Simulation::talk(const Round& round) {
+  std::vector<TaskId> tasks;
+  for (unsigned int i = 0; i < round.tcp_talks; ++i) {
+    const std::string name = "tcp" + std::to_string(i + 1);
+    tcp_talks_.push_back(std::make_unique<TcpTalk>(world_, name, random_.fork()));
+    TcpTalk* const tcp = tcp_talks_.back().get();
+    tasks.push_back(world_.scheduler().spawn(name, [tcp] { tcp->run(); }));
+  }
+  for_each_conversation(&Conversation::run);
+  for (const TaskId each : tasks) world_.scheduler().join(each);
 }
 
 // All of them at once, each in a task of its own.
@@ -136,6 +183,12 @@ void Simulation::check_heap(const char* when) {
     fail("{} blocks of {} bytes are left {}", now.blocks - empty_.blocks, now.bytes - empty_.bytes,
          when);
   }
+}
+
+void Simulation::check_descriptors() const {
+  const size_t expected = has_sockets_ ? kWakeUpDescriptors : 0;
+  const size_t open = world_.network().descriptors();
+  if (open != expected) fail("{} descriptors are open instead of {}", open, expected);
 }
 
 void Simulation::check_expectations() const {

@@ -8,7 +8,9 @@
 
 #include "tests/sim/conversation.h"
 #include "tests/sim/heap.h"
+#include "tests/sim/lobby.h"
 #include "tests/sim/plan.h"
+#include "tests/sim/tcp_talk.h"
 #include "tests/sim/world.h"
 
 namespace tarn_sim {
@@ -37,17 +39,24 @@ class Simulation {
 
   void start_library();
   void warm_up();
+  void warm_up_sockets();
   void configure(const Settings& settings);
   void play(const Round& round);
+  void talk(const Round& round);
   void disturb();
   void for_each_conversation(void (Conversation::*what)());
+  void wait_for_quiet(const Settings& settings);
   void check_heap(const char* when);
+  void check_descriptors() const;
   void check_expectations() const;
 
   const Plan& plan_;
   Random random_;
   World world_;
+  Lobby lobby_;
+  const bool has_sockets_;
   std::vector<std::unique_ptr<Conversation>> conversations_;
+  std::vector<std::unique_ptr<TcpTalk>> tcp_talks_;
   bool disturbing_ = false;
   size_t next_step_ = 0;
   HeapUse empty_;  // what the library keeps when there are no sessions

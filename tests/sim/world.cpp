@@ -17,8 +17,9 @@ constexpr uint64_t kLongestSleep = 10 * kNsPerSecond;
 World* World::current_ = nullptr;
 
 World::World(Random random, Preemption preemption, uint64_t wall_ms, bool printing)
-    : scheduler_(std::move(random), preemption),
+    : scheduler_(random, preemption),
       locks_(scheduler_),
+      network_(scheduler_, random.fork()),
       trace_(printing),
       wall_offset_us_(static_cast<int64_t>(wall_ms * 1000)) {
   current_ = this;

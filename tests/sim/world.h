@@ -5,14 +5,15 @@
 #include <cstdint>
 #include <set>
 
+#include "tests/sim/fake_network.h"
 #include "tests/sim/locks.h"
 #include "tests/sim/scheduler.h"
 #include "tests/sim/trace.h"
 
 namespace tarn_sim {
 
-// One simulated run: scheduler, locks, clocks and trace. While it lives, the wrapped calls of this
-// process mean it; before and after, they fail. There is one at a time.
+// One simulated run: scheduler, locks, network, clocks and trace. While it lives, the wrapped calls
+// of this process mean it; before and after, they fail. There is one at a time.
 class World {
  public:
   // The wall clock starts at `wall_ms` since the epoch.
@@ -26,6 +27,8 @@ class World {
 
   Scheduler& scheduler() { return scheduler_; }
   Locks& locks() { return locks_; }
+  FakeNetwork& network() { return network_; }
+  const FakeNetwork& network() const { return network_; }
   Trace& trace() { return trace_; }
 
   // An event of the running task.
@@ -55,6 +58,7 @@ class World {
 
   Scheduler scheduler_;
   Locks locks_;
+  FakeNetwork network_;
   Trace trace_;
   int64_t wall_offset_us_;
   std::set<TaskId> timer_tasks_;

@@ -62,6 +62,12 @@ int wait_for(pthread_cond_t* cond, pthread_mutex_t* mutex, uint64_t deadline) {
 
 extern "C" {
 
+// All tasks share one system thread, but errno is each one's own.
+int* __wrap___errno_location(void) {
+  Scheduler* const scheduler = Scheduler::running();
+  return scheduler != nullptr ? scheduler->error_number() : __real___errno_location();
+}
+
 int __wrap_gettimeofday(struct timeval* tv, void*) {
   const uint64_t us = World::get().wall_us();
   tv->tv_sec = static_cast<time_t>(us / 1'000'000);
