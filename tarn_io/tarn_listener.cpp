@@ -17,6 +17,10 @@ bool TarnListener::listen(unsigned short port) {
   sock_.async();
   // First: a peer may be there as soon as the port is bound.
   port_ = port;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    begun_ = true;
+  }
   if (sock_.bind(port) && (sock_.protocol() != TarnSocket::TCP || sock_.listen())) {
     // A TCP socket that does not listen yet looks hung up, and may have been left out for that.
     TarnPoller::instance()->resume(sock_.fd());
@@ -24,6 +28,11 @@ bool TarnListener::listen(unsigned short port) {
   }
   port_ = 0;
   return false;
+}
+
+bool TarnListener::has_begun() const {
+  const oxutils::scoped_lock hold(lock_);
+  return begun_;
 }
 
 void TarnListener::set_new_conn_callback(NewConnCallback callback, void* arg) {

@@ -35,12 +35,16 @@ class TarnListener : public oxutils::enable_shared_from_this<TarnListener> {
   void hand_over(const TarnSocket& peer);
 
   bool is_stopped() const { return sock_.fd() < 0; }
+  // Whether listen() has been called. Until then a wake-up means nothing, and the object that owns
+  // this one may still be in the making.
+  bool has_begun() const OX_EXCLUDES(lock_);
 
   TarnSocket sock_;
   oxutils::relaxed<unsigned short> port_{0};  // 0 until it is bound
 
  private:
-  oxutils::mutex lock_;
+  mutable oxutils::mutex lock_;
+  bool begun_ OX_GUARDED_BY(lock_) = false;
   NewConnCallback new_conn_cb_ OX_GUARDED_BY(lock_) = nullptr;
   void* new_conn_arg_ OX_GUARDED_BY(lock_) = nullptr;
 };

@@ -14,6 +14,7 @@ TcpListener::TcpListener() : TarnListener(TarnSocket(TarnSocket::TCP)) {
 }
 
 void TcpListener::on_read() {
+  if (!has_begun()) return;
   // The callback may stop this listener.
   const oxutils::shared_ptr<TarnListener> hold = weak_this_.lock();
   const TarnSocket peer = sock_.accept();

@@ -12,6 +12,7 @@ UdpListener::UdpListener() : TarnListener(TarnSocket(TarnSocket::UDP)) {
 }
 
 void UdpListener::on_read() {
+  if (!has_begun()) return;
   // The callback may stop this listener.
   const oxutils::shared_ptr<TarnListener> hold = weak_this_.lock();
   // A damaged datagram wakes without being there.
