@@ -127,7 +127,10 @@ void Conversation::run() {
   for (Side* const side : {&side_a_, &side_b_}) {
     players.push_back(scheduler.spawn(side->endpoint.name(), [this, side] { play(*side); }));
   }
-  if (plan_.restart_b) players.push_back(scheduler.spawn("restart", [this] { restart_b(); }));
+  if (plan_.restart_b) {
+    const TaskId player_b = players.back();
+    players.push_back(scheduler.spawn("restart", [this, player_b] { restart_b(player_b); }));
+  }
   if (plan_.cut_off_a) players.push_back(scheduler.spawn("cut", [this] { cut_off_a(); }));
   if (plan_.stranger_share > 0) {
     players.push_back(scheduler.spawn("stranger", [this] { be_a_stranger(); }));
@@ -136,9 +139,11 @@ void Conversation::run() {
 }
 
 // A peer that has lost everything: it numbers from 0 again and expects 0, the other end does not.
-void Conversation::restart_b() {
+void Conversation::restart_b(TaskId player_b) {
   world_.scheduler().sleep(kNsPerSecond);
   b_.destroy(0);
+  // The new session may get the old one's address, which nobody may use any more then.
+  world_.scheduler().join(player_b);
   fresh_b_ =
       std::make_unique<Endpoint>(world_, endpoint_plan(plan_.name + ".b2", round_, plan_.script_b),
                                  random_.fork(), stream_fresh_, stream_ab_, link_ba_);

@@ -66,7 +66,7 @@ class Conversation {
   void meddle(Side& side);
   size_t draw_size(Side& side) const;
   void wait_for_room(Side& side, size_t size);
-  void restart_b();
+  void restart_b(TaskId player_b);
   void cut_off_a();
   void be_a_stranger();
   bool is_disturbed() const;
