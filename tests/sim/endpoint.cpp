@@ -66,7 +66,8 @@ void Endpoint::set_callbacks() {
   tarn_set_recv_reliable_callback(handle_, &Endpoint::on_reliable, this);
   tarn_set_recv_unreliable_callback(handle_, &Endpoint::on_unreliable, this);
   if (io_ != nullptr) {
-    tarn_attach_io(handle_, io_);
+    // Once it is destroyed, its address may be the next handle's.
+    if (!cut_off_) tarn_attach_io(handle_, io_);
   } else {
     tarn_set_output_callback(handle_, &Endpoint::on_output, this);
   }
