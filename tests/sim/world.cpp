@@ -12,6 +12,8 @@ namespace {
 // The worker's.
 constexpr uint64_t kLongestSleep = 10 * kNsPerSecond;
 
+uint64_t wraps_until(uint64_t wall_us) { return wall_us / 1000 >> 32; }
+
 }  // namespace
 
 World* World::current_ = nullptr;
@@ -21,7 +23,8 @@ World::World(Random random, Preemption preemption, uint64_t wall_ms, bool printi
       locks_(scheduler_),
       network_(scheduler_, random.fork()),
       trace_(printing),
-      wall_offset_us_(static_cast<int64_t>(wall_ms * 1000)) {
+      wall_offset_us_(static_cast<int64_t>(wall_ms * 1000)),
+      first_wall_us_(wall_us()) {
   current_ = this;
 }
 
@@ -44,6 +47,10 @@ uint64_t World::timer_lag_ns() const {
   if (furthest_wall_us_ == 0) return 0;
   const uint64_t now = wall_us();
   return kLongestSleep + (furthest_wall_us_ > now ? (furthest_wall_us_ - now) * kNsPerUs : 0);
+}
+
+bool World::tick_has_wrapped() const {
+  return wraps_until(std::max(furthest_wall_us_, wall_us())) != wraps_until(first_wall_us_);
 }
 
 void fail_with(const std::string& what) {

@@ -52,6 +52,8 @@ class World {
   // How long timers may stand still: until the wall clock is where it has been before, and as long
   // as the worker sleeps at most when it has computed its sleep before a step.
   uint64_t timer_lag_ns() const;
+  // Whether the tick has begun again at 0 in this run.
+  bool tick_has_wrapped() const;
 
  private:
   static World* current_;
@@ -61,6 +63,7 @@ class World {
   FakeNetwork network_;
   Trace trace_;
   int64_t wall_offset_us_;
+  const uint64_t first_wall_us_;
   std::set<TaskId> timer_tasks_;
   uint64_t furthest_wall_us_ = 0;
 };
