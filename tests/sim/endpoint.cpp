@@ -323,7 +323,10 @@ void Endpoint::note_activity(uint32_t tick_before) {
   if (world_.tick() - quiet_since_ > plan_.settings.active_timeout) {
     long_quiet_ended_ = world_.scheduler().now();
   }
-  quiet_since_ = tick_before;
+  // The clock may have been set back meanwhile, and the session has looked at it then.
+  const uint32_t tick_after = world_.tick();
+  const bool stepped_back = static_cast<int32_t>(tick_after - tick_before) < 0;
+  quiet_since_ = stepped_back ? tick_after : tick_before;
 }
 
 void Endpoint::check_inactive() const {

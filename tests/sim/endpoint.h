@@ -121,7 +121,7 @@ class Endpoint {
   unsigned int expected_byes_ = 0;
   uint64_t send_window_full_at_ = 0;  // when it was last seen so, in points
   uint64_t recv_window_full_at_ = 0;
-  uint32_t quiet_since_ = 0;       // tick before the last activity
+  uint32_t quiet_since_ = 0;       // tick of the last activity, or before
   uint64_t long_quiet_ended_ = 0;  // when a silence to be reported was last broken
   uint64_t errors_[4] = {};
 };
