@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -78,12 +79,15 @@ class Endpoint {
 
  private:
   class Callback;
+  class Call;
 
   static int on_output(char* data, int len, void* self);
   static int on_reliable(char* data, int len, void* self);
   static int on_unreliable(char* data, int len, void* self);
   static int on_error(TarnError code, void* self);
   void set_callbacks();
+  // Whether the task is in a call on the session that has not returned.
+  bool is_inside(TaskId task) const;
   // Whether it is all feedback.
   bool emitted(std::string_view datagram);
   void put_on_link(std::string_view datagram, bool feedback_only);
@@ -112,6 +116,7 @@ class Endpoint {
   bool cut_off_ = false;
   unsigned int replies_left_;
 
+  std::multiset<TaskId> callers_;
   TaskId feeder_ = 0;
   bool feeding_ = false;
   std::string fed_;  // the datagram
