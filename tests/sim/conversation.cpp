@@ -311,6 +311,7 @@ uint64_t Conversation::time_to_settle() {
 void Conversation::calm_down() {
   a_.calm_down();
   b_.calm_down();
+  if (fresh_b_) fresh_b_->calm_down();
 }
 
 void Conversation::heal_and_settle() {
