@@ -1,8 +1,12 @@
 // Built with -fno-access-control.
 #include "tests/sim/introspection.h"
 
+#include <algorithm>
+
 #include "src/tarn_registry.h"
 #include "src/tarn_session.h"
+#include "src/tarn_thread.h"
+#include "src/tarn_timer.h"
 
 namespace tarn_sim {
 
@@ -17,6 +21,15 @@ WindowUse look_into(void* session, const Locks& locks) {
   use.early = recv.recv_buffer_.size();
   use.listed = recv.ack_list.size();
   return use;
+}
+
+uint32_t timers_late_ms(uint32_t tick) {
+  int32_t late = 0;
+  for (const auto& fifo : TarnThread::instance()->timers_->periodic_) {
+    if (fifo.second.empty()) continue;
+    late = std::max(late, static_cast<int32_t>(tick - fifo.second.front()->expiration()));
+  }
+  return static_cast<uint32_t>(late);
 }
 
 bool is_registered(void* session) { return tarn_sessions().objects_.count(session) != 0; }

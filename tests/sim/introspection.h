@@ -3,6 +3,7 @@
 #define TARN_TESTS_SIM_INTROSPECTION_H_
 
 #include <cstddef>
+#include <cstdint>
 
 #include "tests/sim/locks.h"
 
@@ -19,6 +20,10 @@ struct WindowUse {
 // Windows of a session that has not been deleted. Nothing is locked: no other task runs, and none
 // stops in the middle of a container.
 WindowUse look_into(void* session, const Locks& locks);
+
+// By how many milliseconds the most delayed repeating timer is late at `tick`. Requires: the worker
+// has been started.
+uint32_t timers_late_ms(uint32_t tick);
 
 // Whether the handle stands for a session.
 bool is_registered(void* session);

@@ -4,6 +4,7 @@
 #include "tarn/tarn.h"
 #include "tests/sim/boundary.h"
 #include "tests/sim/failure.h"
+#include "tests/sim/introspection.h"
 
 namespace tarn_sim {
 namespace {
@@ -11,6 +12,8 @@ namespace {
 // Sessions per setting that have been there once, so that the library's tables have their size.
 constexpr int kWarmUpSessions = 3;
 constexpr uint64_t kQuiet = 100 * kNsPerMs;
+constexpr uint64_t kLongestCatchUp = 60 * kNsPerSecond;
+constexpr uint32_t kOnTimeMs = 20;
 // The I/O thread's own: a connection to itself and the listener that it came from.
 constexpr size_t kWakeUpDescriptors = 3;
 // I/O handles are kept for a while.
@@ -117,6 +120,7 @@ void Simulation::play(const Round& round) {
   world_.scheduler().end_stalls();
   world_.network().end_faults();
   for_each_conversation(&Conversation::calm_down);
+  let_timers_catch_up();
   for_each_conversation(&Conversation::heal_and_settle);
   for_each_conversation(&Conversation::destroy);
   for_each_conversation(&Conversation::finish);
@@ -132,6 +136,16 @@ void Simulation::play(const Round& round) {
   tcp_talks_.clear();
   check_heap("when all sessions have been destroyed");
   check_descriptors();
+}
+
+// A worker that was held up runs what it has missed, timer by timer: 1,000 cycles a second of each
+// session at worst, before it re-sends anything.
+void Simulation::let_timers_catch_up() {
+  Scheduler& scheduler = world_.scheduler();
+  const uint64_t deadline = scheduler.now() + kLongestCatchUp;
+  while (timers_late_ms(world_.tick()) > kOnTimeMs && scheduler.now() < deadline) {
+    scheduler.sleep(kNsPerMs);
+  }
 }
 
 // Conversations, and TCP beside them.
