@@ -14,8 +14,9 @@
 // synchronised: the owner decides which thread reads and which sends.
 class TarnSocket {
  public:
-  enum Protocol { TCP = 0, UDP = 1 };
-  enum AddrFamily { IPV4 = 0, IPV6 = 1 };
+  // With a type of their own, so that a value that is none of these is a bad value and no more.
+  enum Protocol : int { TCP = 0, UDP = 1 };
+  enum AddrFamily : int { IPV4 = 0, IPV6 = 1 };
 
   // What the library reads of a datagram; the rest of a longer one is cut off.
   static constexpr int kMaxDatagram = 1500;

@@ -9,6 +9,7 @@
 
 #include "tarn/io.h"
 #include "tests/faults/epilogue.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
@@ -59,7 +60,7 @@ Made make_everything(NewHandles& handles, const std::array<unsigned short, 3>& p
 
 void use_and_destroy(const Made& made) {
   void* const session = tarn_create();
-  EventCounter& events = *new EventCounter;
+  EventCounter& events = kept<EventCounter>();
   for (void* const io : made.ios) {
     ASSERT_NE(io, nullptr);
     tarn_set_writeable_callback(io, EventCounter::on_event, &events);
@@ -97,7 +98,7 @@ TEST_F(Shortage, AtEveryPointOfEveryCreationLeavesNothingBehind) {
 
 // poll() refuses to watch more descriptors than may be open.
 TEST_F(Shortage, LimitBelowWhatIsWatchedDoesNotSpin) {
-  EventCounter& events = *new EventCounter;
+  EventCounter& events = kept<EventCounter>();
   std::vector<void*> ios;
   for (int i = 0; i < 5; ++i) {
     ios.push_back(tarn_create_udp_io(kLoopback, 9, 0));

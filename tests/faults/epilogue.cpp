@@ -4,6 +4,7 @@
 
 #include "tarn/io.h"
 #include "tests/faults/waiting.h"
+#include "tests/support/kept.h"
 #include "tests/support/lossy_link.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
@@ -20,8 +21,8 @@ void send(void* session, Bytes message) {
 
 void expect_udp_works() {
   const unsigned short ports[] = {free_port(), free_port()};
-  auto& a = *new Endpoint;
-  auto& b = *new Endpoint;
+  auto& a = kept<Endpoint>();
+  auto& b = kept<Endpoint>();
   void* const ios[] = {tarn_create_udp_io(kLoopback, ports[1], ports[0]),
                        tarn_create_udp_io(kLoopback, ports[0], ports[1])};
   tarn_attach_io(a.handle(), ios[0]);
@@ -37,7 +38,7 @@ void expect_udp_works() {
 
 void expect_tcp_works() {
   const unsigned short port = free_port();
-  auto& handles = *new NewHandles;
+  auto& handles = kept<NewHandles>();
   void* const listener = tarn_start_listen_tcp(port, NewHandles::on_new, &handles);
   const PlainSocket peer = PlainSocket::tcp_connect(port);
   EXPECT_TRUE(wait_for_condition([&] { return handles.count() > 0; }, kLimitMs))
@@ -54,12 +55,12 @@ void expect_tcp_works() {
 void expect_sessions_work() {
   // Where the worker's thread could not be had, the next call makes it.
   tarn_init();
-  auto& a = *new Endpoint;
-  auto& b = *new Endpoint;
+  auto& a = kept<Endpoint>();
+  auto& b = kept<Endpoint>();
   const Bytes message = pattern(100, 9);
   send(a.handle(), message);
   EXPECT_EQ(a.sent.count(), 1u);
-  auto& link = *new LossyLink(1, {});
+  auto& link = kept<LossyLink>(1, LinkFaults{});
   link.connect(a.handle(), b.handle());
   EXPECT_TRUE(wait_for_condition(
       [&] {

@@ -9,6 +9,7 @@
 #include "tarn/io.h"
 #include "tests/faults/epilogue.h"
 #include "tests/faults/waiting.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
@@ -59,7 +60,7 @@ void expect_idle() {
 TEST_F(Garbage, AtAnAttachedHandleStarvesNobodyAndTheSessionWorksOn) {
   // The session is one that garbage cannot lead astray: it only sends.
   const UdpPair pair;
-  Endpoint& session = *new Endpoint;
+  Endpoint& session = kept<Endpoint>();
   tarn_attach_io(session.handle(), pair.io);
   {
     const Flood flood(pair.peer, pair.io_port);

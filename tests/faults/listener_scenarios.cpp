@@ -1,6 +1,7 @@
 // Scenarios with listeners.
 #include "tarn/io.h"
 #include "tests/faults/play.h"
+#include "tests/support/kept.h"
 #include "tests/support/net_sockets.h"
 #include "tests/support/plain_socket.h"
 
@@ -18,7 +19,7 @@ void start_io_thread() {
 void udp_listener(const Play& play) {
   tarn_init();
   start_io_thread();
-  auto& handles = *new NewHandles;
+  auto& handles = kept<NewHandles>();
   const unsigned short port = free_port();
   void* const listener = tarn_start_listen_udp(port, NewHandles::on_new, &handles);
   const PlainSocket peer = PlainSocket::udp();
@@ -40,7 +41,7 @@ void udp_listener(const Play& play) {
 void tcp_listener(const Play& play) {
   tarn_init();
   start_io_thread();
-  auto& handles = *new NewHandles;
+  auto& handles = kept<NewHandles>();
   const unsigned short port = free_port();
   void* const listener = tarn_start_listen_tcp(port, NewHandles::on_new, &handles);
   {
@@ -67,7 +68,7 @@ struct Stopping {
 void listener_stopped_inside(const Play& play) {
   tarn_init();
   start_io_thread();
-  auto& stopping = *new Stopping;
+  auto& stopping = kept<Stopping>();
   const unsigned short port = free_port();
   stopping.listener = tarn_start_listen_tcp(port, Stopping::on_new, &stopping);
   {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "tarn/io.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/scripted_peer.h"
 #include "tests/support/session_fixture.h"
@@ -56,7 +57,7 @@ TEST_F(ReusedAddress, SocketOfADestroyedSessionFeedsNoOtherOne) {
   Successor successor{destroyed, {}, {}};
   succeed(successor);
   const std::vector<void*>& sessions = successor.sessions;
-  DatagramRecorder& heard = *new DatagramRecorder;
+  DatagramRecorder& heard = kept<DatagramRecorder>();
   for (void* const session : sessions) {
     tarn_set_recv_unreliable_callback(session, DatagramRecorder::on_data, &heard);
   }

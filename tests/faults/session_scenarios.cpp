@@ -4,6 +4,7 @@
 #include "tarn/tarn.h"
 #include "tests/faults/play.h"
 #include "tests/faults/waiting.h"
+#include "tests/support/kept.h"
 #include "tests/support/lossy_link.h"
 #include "tests/support/session_fixture.h"
 
@@ -22,14 +23,14 @@ void init_create_destroy(const Play&) {
 }
 
 // Never freed: the worker may be inside a callback still when the scenario is over.
-Endpoint& endpoint() { return *new Endpoint; }
+Endpoint& endpoint() { return kept<Endpoint>(); }
 
 void wired_pair(const Play& play) {
   tarn_init();
   Endpoint& a = endpoint();
   Endpoint& b = endpoint();
   // Some datagrams are lost, so that the worker has to send again.
-  auto& link = *new LossyLink(3, {0.3, 0.1, 0.1});
+  auto& link = kept<LossyLink>(3, LinkFaults{0.3, 0.1, 0.1});
   link.connect(a.handle(), b.handle());
   const Bytes fragmented = pattern(4000, 1);
   const Bytes small = pattern(10, 2);

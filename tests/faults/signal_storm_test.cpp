@@ -13,6 +13,7 @@
 
 #include "tarn/io.h"
 #include "tests/faults/waiting.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
@@ -71,8 +72,8 @@ class Signals : public SocketFixture, public ::testing::WithParamInterface<int> 
 
 TEST_P(Signals, ATransferComesThroughUnharmed) {
   const unsigned short ports[] = {free_port(), free_port()};
-  Endpoint& a = *new Endpoint;
-  Endpoint& b = *new Endpoint;
+  Endpoint& a = kept<Endpoint>();
+  Endpoint& b = kept<Endpoint>();
   void* const ios[] = {tarn_create_udp_io(kLoopback, ports[1], ports[0]),
                        tarn_create_udp_io(kLoopback, ports[0], ports[1])};
   const SignalStorm storm(GetParam());

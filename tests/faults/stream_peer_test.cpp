@@ -10,6 +10,7 @@
 #include "tarn/io.h"
 #include "tests/faults/epilogue.h"
 #include "tests/faults/waiting.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
@@ -47,7 +48,7 @@ class StreamPeer : public SocketFixture {
 }  // namespace
 
 TEST_F(StreamPeer, ThatResetsInTheMiddleEndsItsStreamAndNothingElse) {
-  EventCounter& readable = *new EventCounter;
+  EventCounter& readable = kept<EventCounter>();
   tarn_set_readable_callback(io(), EventCounter::on_event, &readable);
   peer_.send("beginning");
   ASSERT_TRUE(wait_for_condition([&] { return tarn_peek_size(io()) == 9; }, 20000));
@@ -61,7 +62,7 @@ TEST_F(StreamPeer, ThatResetsInTheMiddleEndsItsStreamAndNothingElse) {
 }
 
 TEST_F(StreamPeer, ThatHalfClosesIsToldOnceAndStillHears) {
-  EventCounter& readable = *new EventCounter;
+  EventCounter& readable = kept<EventCounter>();
   tarn_set_readable_callback(io(), EventCounter::on_event, &readable);
 
   shutdown(peer_.fd(), SHUT_WR);
@@ -77,7 +78,7 @@ TEST_F(StreamPeer, ThatHalfClosesIsToldOnceAndStillHears) {
 TEST_F(StreamPeer, ThatFloodsASlowReaderLosesNoByteAndStarvesNobody) {
   constexpr size_t kTotal = 6'000'000;
   const std::string block(50'000, 'z');
-  EventCounter& readable = *new EventCounter;
+  EventCounter& readable = kept<EventCounter>();
   tarn_set_readable_callback(io(), EventCounter::on_event, &readable);
   std::thread flood([&] {
     for (size_t sent = 0; sent < kTotal; sent += block.size()) EXPECT_TRUE(peer_.send(block));

@@ -4,6 +4,7 @@
 
 #include "tarn/io.h"
 #include "tests/faults/play.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 
 namespace tarn_test {
@@ -38,8 +39,8 @@ void tcp_handle(const Play& play) {
   tarn_init();
   PlainSocket listener = PlainSocket::tcp_listener();
   void* const io = tarn_create_tcp_io(kLoopback, listener.port());
-  auto& events = *new EventCounter;
-  auto& stream = *new Stream(io);
+  auto& events = kept<EventCounter>();
+  auto& stream = kept<Stream>(io);
   tarn_set_writeable_callback(io, EventCounter::on_event, &events);
   tarn_set_readable_callback(io, Stream::on_readable, &stream);
   PlainSocket peer = listener.accept(play.must_complete() ? 10000 : 100);

@@ -4,14 +4,15 @@
 
 #include "tarn/io.h"
 #include "tests/faults/play.h"
+#include "tests/support/kept.h"
 #include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
 namespace tarn_test {
 namespace {
 
-Endpoint& endpoint() { return *new Endpoint; }
-EventCounter& counter() { return *new EventCounter; }
+Endpoint& endpoint() { return kept<Endpoint>(); }
+EventCounter& counter() { return kept<EventCounter>(); }
 
 // Uses a handle with a peer of the system's making on every call that there is for it.
 void use_handle(const Play& play, void* io, const PlainSocket& peer) {
@@ -104,7 +105,7 @@ void handed_over_by_many(const Play& play) {
   }
   for (std::thread& each : threads) each.join();
 
-  auto& suicidal = *new Suicidal;
+  auto& suicidal = kept<Suicidal>();
   const unsigned short port = free_port();
   suicidal.io = tarn_create_udp_io(kLoopback, peer.port(), port);
   tarn_set_readable_callback(suicidal.io, Suicidal::on_readable, &suicidal);
