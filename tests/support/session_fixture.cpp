@@ -1,5 +1,7 @@
 #include "tests/support/session_fixture.h"
 
+#include <sys/time.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdarg>
@@ -154,20 +156,33 @@ void WorkerHold::release() {
   tarn_set_log_callback(0, nullptr);
 }
 
-SessionFixture::SessionFixture() : clock_(next_start) {
-  restore_default_settings();
-  tarn_init();
-}
-
-SessionFixture::~SessionFixture() {
+// Cancelled timers leave the worker's queues only when they fall due: nobody must find them in front
+// of his own.
+void let_cancelled_timers_go(VirtualClock& clock) {
   settle();
-  // Cancelled timers leave the worker's queues only when they fall due: the next test must not find
-  // them in front of its own.
   for (int pass = 0; pass < 20; ++pass) {
-    clock_.advance_ms(60'000);
+    clock.advance_ms(60'000);
     tarn_update();
     if (tarn_check_update_ms() >= 10000) break;
   }
+}
+
+uint64_t real_ms() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
+}
+
+// Goes on from the real time first, for the timers of tests that use it.
+SessionFixture::SessionFixture() : clock_(real_ms()) {
+  restore_default_settings();
+  tarn_init();
+  let_cancelled_timers_go(clock_);
+  clock_.set_ms(next_start);
+}
+
+SessionFixture::~SessionFixture() {
+  let_cancelled_timers_go(clock_);
   next_start = clock_.now_ms();
   restore_default_settings();
 }
