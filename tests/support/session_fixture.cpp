@@ -11,10 +11,6 @@
 namespace tarn_test {
 namespace {
 
-// In a program that runs many tests the clock goes on from one to the next: a step back would stall
-// the timers.
-uint64_t next_start = 1'000'000;
-
 // A session's deletion logs this line on the worker, while no lock is held: a callback that does
 // not return keeps the worker there.
 constexpr const char* kDeletionLine = "kcp not surported";
@@ -167,23 +163,20 @@ void let_cancelled_timers_go(VirtualClock& clock) {
   }
 }
 
-uint64_t real_ms() {
+uint64_t now_ms() {
   timeval now;
   gettimeofday(&now, nullptr);
   return static_cast<uint64_t>(now.tv_sec) * 1000 + static_cast<uint64_t>(now.tv_usec) / 1000;
 }
 
-// Goes on from the real time first, for the timers of tests that use it.
-SessionFixture::SessionFixture() : clock_(real_ms()) {
+SessionFixture::SessionFixture() : clock_(now_ms()) {
   restore_default_settings();
   tarn_init();
   let_cancelled_timers_go(clock_);
-  clock_.set_ms(next_start);
 }
 
 SessionFixture::~SessionFixture() {
   let_cancelled_timers_go(clock_);
-  next_start = clock_.now_ms();
   restore_default_settings();
 }
 
