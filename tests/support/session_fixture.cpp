@@ -159,7 +159,8 @@ void let_cancelled_timers_go(VirtualClock& clock) {
   for (int pass = 0; pass < 20; ++pass) {
     clock.advance_ms(60'000);
     tarn_update();
-    if (tarn_check_update_ms() >= 10000) break;
+    // The first update may have met the worker at work.
+    if (pass > 0 && tarn_check_update_ms() >= 10000) break;
   }
 }
 
