@@ -62,22 +62,31 @@ bool wait_until_gone(void* handle) {
   return wait_until([handle] { return tarn_get_conv(handle) == 0; });
 }
 
+namespace {
+
+void wait_for_deletion(void* probe) {
+  tarn_set_conv(probe, 1);
+  tarn_destroy(probe);
+  ASSERT_TRUE(wait_until([probe] { return tarn_get_conv(probe) == 0; })) << "the worker hangs";
+}
+
+}  // namespace
+
 void settle() {
   settle_after([] {});
 }
 
 void settle_after(const std::function<void()>& change) {
   // Made before the change: a timer that is filed between the passing of a due time and the turn
-  // that notices it would stand in front of the timers that this turn puts back.
-  void* const probes[] = {tarn_create(), tarn_create()};
+  // that notices it would stand in front of the timers that this turn puts back. And the first one
+  // goes before it: what tests have made so far is filed then.
+  void* const probes[] = {tarn_create(), tarn_create(), tarn_create()};
+  wait_for_deletion(probes[0]);
   change();
-  // Deletions run before the timers of the same turn, hence the second one: it can only be carried
-  // out in a turn after the first one's, whose timers have therefore run.
-  for (void* probe : probes) {
-    tarn_set_conv(probe, 1);
-    tarn_destroy(probe);
-    ASSERT_TRUE(wait_until([probe] { return tarn_get_conv(probe) == 0; })) << "the worker hangs";
-  }
+  // Deletions run before the timers of the same turn, hence the third one: it can only be carried
+  // out in a turn after the second one's, whose timers have therefore run.
+  wait_for_deletion(probes[1]);
+  wait_for_deletion(probes[2]);
 }
 
 Endpoint::Endpoint() : handle_(tarn_create()) {
