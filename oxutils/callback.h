@@ -35,6 +35,9 @@ class CallbackBase {
   // Calls the target with all arguments given. Requires: A... are exactly the target's types.
   template <typename A1, typename... A>
   void run(A1 a1, A... a);
+  // The same, taking the arguments from where they stand.
+  template <typename... A>
+  void run_taking(A&... a);
 
  protected:
   // `signature` tells callbacks of different argument types apart; `target` is the object of a
@@ -217,10 +220,15 @@ struct CallbackOf<A1, A2, A3> {
 
 template <typename A1, typename... A>
 void CallbackBase::run(A1 a1, A... a) {
-  const void* const given = signature_of<A1, A...>();
+  run_taking<A1, A...>(a1, a...);
+}
+
+template <typename... A>
+void CallbackBase::run_taking(A&... a) {
+  const void* const given = signature_of<A...>();
   OX_ASSERT("oxutils/callback", __LINE__, signature_ == given);
-  using Target = typename internal::CallbackOf<A1, A...>::Plain;
-  static_cast<Target*>(this)->run(std::move(a1), std::move(a)...);
+  using Target = typename internal::CallbackOf<A...>::Plain;
+  static_cast<Target*>(this)->run(std::move(a)...);
 }
 
 // A call to hand over: copies share one callback object, which lives as long as any of them and may
@@ -251,17 +259,17 @@ class Function {
   template <typename A1>
   void operator()(A1 a1) const {
     OX_ASSERT("oxutils/callback", 476, callback_);
-    callback_->run<A1>(std::move(a1));
+    callback_->run_taking<A1>(a1);
   }
   template <typename A1, typename A2>
   void operator()(A1 a1, A2 a2) const {
     OX_ASSERT("oxutils/callback", 483, callback_);
-    callback_->run<A1, A2>(std::move(a1), std::move(a2));
+    callback_->run_taking<A1, A2>(a1, a2);
   }
   template <typename A1, typename A2, typename A3>
   void operator()(A1 a1, A2 a2, A3 a3) const {
     OX_ASSERT("oxutils/callback", 490, callback_);
-    callback_->run<A1, A2, A3>(std::move(a1), std::move(a2), std::move(a3));
+    callback_->run_taking<A1, A2, A3>(a1, a2, a3);
   }
 
   // Whether there is a callback to run.

@@ -19,7 +19,7 @@ class singleton {
   // The process's T, created by whoever asks first.
   static T* instance() {
     T* existing = instance_.load(std::memory_order_acquire);
-    return existing != nullptr ? existing : create();
+    return __builtin_expect(existing != nullptr, 1) ? existing : create();
   }
 
   // The instance if it has been created, or null. Waits for one that is being created.
@@ -50,7 +50,8 @@ class singleton {
   static inline relaxed<bool> free_{false};
 
  private:
-  static T* create() {
+  // Apart from the callers' code: it runs once.
+  __attribute__((noinline, cold)) static T* create() {
     const scoped_lock hold(lock_());
     T* const existing = instance_.load(std::memory_order_relaxed);
     if (existing != nullptr) return existing;

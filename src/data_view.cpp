@@ -34,59 +34,19 @@ oxutils::shared_ptr<Block> create_block(std::vector<char> bytes) {
   return oxutils::make_shared<Block>(std::move(bytes));
 }
 
-oxutils::shared_ptr<Block>& DataView::BlockList::front() {
-  OX_ASSERT("src/data_view", __LINE__, !empty());
-  return blocks_[0];
-}
-
-const oxutils::shared_ptr<Block>& DataView::BlockList::front() const {
-  OX_ASSERT("src/data_view", __LINE__, !empty());
-  return blocks_[0];
-}
-
 void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {
-  OX_ASSERT("src/data_view", __LINE__, size_ < kCapacity);
-  blocks_[size_++] = std::move(block);
-}
-
-void DataView::BlockList::swap(BlockList& other) noexcept {
-  for (unsigned long i = 0; i < kCapacity; ++i) blocks_[i].swap(other.blocks_[i]);
-  std::swap(size_, other.size_);
+  OX_ASSERT("src/data_view", __LINE__, size() < 2);
+  (empty() ? first_ : second_) = std::move(block);
 }
 
 void DataView::BlockList::clear() {
-  while (!empty()) blocks_[--size_].reset();
+  second_.reset();
+  first_.reset();
 }
 
-DataView DataView::lend(Block& block) {
-  DataView view;
-  view.blocks_.push_back(oxutils::shared_ptr<Block>::lend(block));
-  return view;
-}
-
-void DataView::swap(DataView& other) noexcept {
-  blocks_.swap(other.blocks_);
-  std::swap(offset_, other.offset_);
-  std::swap(trim_, other.trim_);
-}
-
-bool DataView::is_exclusive() const {
-  if (blocks_.size() != 1) return false;
+bool DataView::is_sole_owner() const {
   const oxutils::shared_ptr<Block>& block = blocks_.front();
-  return !block || (block->owns_bytes() && block.use_count() == 1);
-}
-
-unsigned long DataView::total() const {
-  unsigned long sum = 0;
-  for (const auto& block : blocks_) sum += block->size();
-  return sum;
-}
-
-unsigned long DataView::size() const { return total() - offset_ - trim_; }
-
-char* DataView::data() {
-  merge();
-  return front_data();
+  return block->owns_bytes() && block.use_count() == 1;
 }
 
 void DataView::replace_blocks(oxutils::shared_ptr<Block> block) {
@@ -94,42 +54,13 @@ void DataView::replace_blocks(oxutils::shared_ptr<Block> block) {
   blocks_.push_back(std::move(block));
 }
 
-void DataView::merge() {
-  if (blocks_.size() < 2) return;
+void DataView::merge_blocks() {
   std::vector<char> bytes;
   bytes.reserve(total());
-  for (const auto& block : blocks_) {
+  for (const Block* const block : {blocks_.front().get(), blocks_.back().get()}) {
     bytes.insert(bytes.end(), block->data(), block->data() + block->size());
   }
   replace_blocks(create_block(std::move(bytes)));
-}
-
-unsigned char DataView::read_uint8() {
-  OX_ASSERT("src/data_view", 77, blocks_.front()->size() > 1);
-  const auto value = static_cast<unsigned char>(*front_data());
-  consume_front(1);
-  return value;
-}
-
-char DataView::read_char() {
-  OX_ASSERT("src/data_view", 85, blocks_.front()->size() > 1);
-  const char value = *front_data();
-  consume_front(1);
-  return value;
-}
-
-unsigned short DataView::read_uint16() {
-  OX_ASSERT("src/data_view", 93, blocks_.front()->size() > 2);
-  const char* const at = front_data();
-  consume_front(2);
-  return wire::get_uint16(at);
-}
-
-unsigned int DataView::read_uint32() {
-  OX_ASSERT("src/data_view", 101, blocks_.front()->size() > 4);
-  const char* const at = front_data();
-  consume_front(4);
-  return wire::get_uint32(at);
 }
 
 void DataView::write_uint16(unsigned long pos, unsigned short value) {
@@ -144,21 +75,6 @@ void DataView::write_uint32(unsigned long pos, unsigned int value) {
   OX_ASSERT("src/data_view", 117, blocks_.front()->size() > pos);
   OX_ASSERT("src/data_view", __LINE__, blocks_.front()->size() - pos >= sizeof value);
   wire::put_uint32(blocks_.front()->data() + pos, value);
-}
-
-void DataView::consume_front(unsigned long len) {
-  OX_ASSERT("src/data_view", 123, blocks_.front()->size() >= offset_ + len);
-  offset_ += len;
-}
-
-DataView DataView::slice(unsigned long len) {
-  merge();
-  DataView head(*this);
-  // On a view with a trim_ of its own the result reaches trim_ bytes further: callers slice views
-  // that reach to the end of their block.
-  head.trim_ = total() - (offset_ + len) - trim_;
-  offset_ += len;
-  return head;
 }
 
 oxutils::shared_ptr<Block> DataView::copy_bytes() {
@@ -178,15 +94,16 @@ void DataView::append(DataView& other) {
 }
 
 void DataView::deep_copy() {
-  for (auto& block : blocks_) {
-    if (block) {
-      block->deep_copy();
-    } else {
-      // Lent, so the only one: keep what the view shows of it, not the whole datagram around it.
-      block = copy_bytes();
-      offset_ = trim_ = 0;
-    }
+  if (blocks_.empty()) return;
+  oxutils::shared_ptr<Block>& block = blocks_.front();
+  if (block) {
+    block->deep_copy();
+    if (blocks_.size() > 1) blocks_.back()->deep_copy();
+    return;
   }
+  // Lent, so the only one: keep what the view shows of it, not the whole datagram around it.
+  block = copy_bytes();
+  offset_ = trim_ = 0;
 }
 
 void DataView::resize(unsigned long new_size) {

@@ -7,6 +7,7 @@
 
 #include "oxutils/assert.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
+#include "src/wire_format.h"
 
 // One contiguous run of bytes, its own or the caller's. It never frees what it does not own.
 class Block {
@@ -51,43 +52,77 @@ class DataView {
   DataView(const DataView&) = default;
   DataView& operator=(const DataView&) = default;
   // Leave an empty view behind.
-  DataView(DataView&& other) noexcept { swap(other); }
+  DataView(DataView&& other) noexcept
+      : blocks_(std::move(other.blocks_)),
+        offset_(std::exchange(other.offset_, 0)),
+        trim_(std::exchange(other.trim_, 0)) {}
   DataView& operator=(DataView&& other) noexcept {
-    DataView(std::move(other)).swap(*this);
+    if (this == &other) return *this;
+    blocks_ = std::move(other.blocks_);
+    offset_ = std::exchange(other.offset_, 0);
+    trim_ = std::exchange(other.trim_, 0);
     return *this;
   }
   ~DataView() = default;
 
   // Wraps the caller's bytes, which must outlive the view unless deep_copy() is called.
-  DataView(char* data, unsigned long len) { blocks_.push_back(create_block(data, len)); }
+  DataView(char* data, unsigned long len) : DataView(create_block(data, len)) {}
   // Owns `len` bytes, all zero.
-  explicit DataView(unsigned long len) { blocks_.push_back(create_block(len)); }
-  explicit DataView(std::vector<char> bytes) { blocks_.push_back(create_block(std::move(bytes))); }
+  explicit DataView(unsigned long len) : DataView(create_block(len)) {}
+  explicit DataView(std::vector<char> bytes) : DataView(create_block(std::move(bytes))) {}
   // A view of a block that somebody else owns and that outlives every copy of the view, but for
   // those that called deep_copy(). Costs no allocation and no counting.
-  static DataView lend(Block& block);
+  static DataView lend(Block& block) { return DataView(oxutils::shared_ptr<Block>::lend(block)); }
 
-  void swap(DataView& other) noexcept;
+  void swap(DataView& other) noexcept { std::swap(*this, other); }
 
   // Whether nobody else can change the bytes while this view's user has them: the block is lent,
   // or its own and not shared.
-  bool is_exclusive() const;
+  bool is_exclusive() const { return blocks_.size() == 1 && (!blocks_.front() || is_sole_owner()); }
 
-  unsigned long size() const;
+  unsigned long size() const { return total() - offset_ - trim_; }
   // The first byte, after a merge() if there are two blocks. Requires: at least one block.
-  char* data();
+  char* data() {
+    merge();
+    return front_data();
+  }
   // Makes one owned block of two; nothing with fewer.
-  void merge();
+  void merge() {
+    if (blocks_.size() >= 2) merge_blocks();
+  }
 
   // Drops `len` bytes at the front. Requires: the first block holds them.
-  void consume_front(unsigned long len);
+  void consume_front(unsigned long len) {
+    OX_ASSERT("src/data_view", 123, blocks_.front()->size() >= offset_ + len);
+    offset_ += len;
+  }
 
   // Take an integer from the front. Requires: the first block as a whole is larger than the
   // integer, strictly; consume_front() then checks what is really left.
-  unsigned char read_uint8();
-  char read_char();
-  unsigned short read_uint16();
-  unsigned int read_uint32();
+  unsigned char read_uint8() {
+    OX_ASSERT("src/data_view", 77, blocks_.front()->size() > 1);
+    const auto value = static_cast<unsigned char>(*front_data());
+    consume_front(1);
+    return value;
+  }
+  char read_char() {
+    OX_ASSERT("src/data_view", 85, blocks_.front()->size() > 1);
+    const char value = *front_data();
+    consume_front(1);
+    return value;
+  }
+  unsigned short read_uint16() {
+    OX_ASSERT("src/data_view", 93, blocks_.front()->size() > 2);
+    const char* const at = front_data();
+    consume_front(2);
+    return wire::get_uint16(at);
+  }
+  unsigned int read_uint32() {
+    OX_ASSERT("src/data_view", 101, blocks_.front()->size() > 4);
+    const char* const at = front_data();
+    consume_front(4);
+    return wire::get_uint32(at);
+  }
 
   // Overwrite bytes at `pos`, counted from the start of the first block whatever was consumed: they
   // patch the fields of a freshly built packet. Require: a first block that holds them.
@@ -96,7 +131,15 @@ class DataView {
 
   // A view of the first `len` bytes, which this view then has consumed; shares the block. On a view
   // that came from slice() itself the result reaches trim_ bytes further. `len` is not checked.
-  DataView slice(unsigned long len);
+  DataView slice(unsigned long len) {
+    merge();
+    DataView head(*this);
+    // On a view with a trim_ of its own the result reaches trim_ bytes further: callers slice views
+    // that reach to the end of their block.
+    head.trim_ = total() - (offset_ + len) - trim_;
+    offset_ += len;
+    return head;
+  }
 
   // Makes this view hold private copies of its own bytes and, in a second block, of other's.
   void append(DataView& other);
@@ -111,26 +154,45 @@ class DataView {
   // The list of block references: append() leaves two at most, so they stand in the view itself.
   class BlockList {
    public:
-    bool empty() const { return size_ == 0; }
-    unsigned long size() const { return size_; }
-    oxutils::shared_ptr<Block>& front();
-    const oxutils::shared_ptr<Block>& front() const;
-    oxutils::shared_ptr<Block>* begin() { return blocks_; }
-    oxutils::shared_ptr<Block>* end() { return blocks_ + size_; }
-    const oxutils::shared_ptr<Block>* begin() const { return blocks_; }
-    const oxutils::shared_ptr<Block>* end() const { return blocks_ + size_; }
+    BlockList() = default;
+    explicit BlockList(oxutils::shared_ptr<Block> block) : first_(std::move(block)) {}
+
+    bool empty() const { return first_.get() == nullptr; }
+    unsigned long size() const { return second_.get() != nullptr ? 2 : empty() ? 0 : 1; }
+    oxutils::shared_ptr<Block>& front() {
+      OX_ASSERT("src/data_view", __LINE__, !empty());
+      return first_;
+    }
+    const oxutils::shared_ptr<Block>& front() const {
+      OX_ASSERT("src/data_view", __LINE__, !empty());
+      return first_;
+    }
+    // Requires: size() is 2.
+    oxutils::shared_ptr<Block>& back() { return second_; }
+    const oxutils::shared_ptr<Block>& back() const { return second_; }
     void push_back(oxutils::shared_ptr<Block> block);
-    void swap(BlockList& other) noexcept;
     void clear();
 
    private:
-    static constexpr unsigned long kCapacity = 2;
-    oxutils::shared_ptr<Block> blocks_[kCapacity];
-    unsigned long size_ = 0;
+    oxutils::shared_ptr<Block> first_;
+    oxutils::shared_ptr<Block> second_;
   };
 
+  explicit DataView(oxutils::shared_ptr<Block> block) : blocks_(std::move(block)) {}
+
   // Sum of all blocks' sizes.
-  unsigned long total() const;
+  unsigned long total() const {
+    switch (blocks_.size()) {
+      case 0:
+        return 0;
+      case 1:
+        return blocks_.front()->size();
+      default:
+        return blocks_.front()->size() + blocks_.back()->size();
+    }
+  }
+  void merge_blocks();
+  bool is_sole_owner() const;
   char* front_data() const { return blocks_.front()->data() + offset_; }
   // An owned copy of the view's bytes; merges the view first.
   oxutils::shared_ptr<Block> copy_bytes();

@@ -30,7 +30,7 @@ class TarnLog : public oxutils::singleton<TarnLog> {
   bool enabled(LogLevel level) const { return threshold_ >= level; }
 
   // printf conventions; the text is cut to 1023 characters.
-  void write(LogLevel level, const char* format, ...) __attribute__((format(printf, 3, 4)));
+  void write(LogLevel level, const char* format, ...) __attribute__((cold, format(printf, 3, 4)));
 
  private:
   oxutils::relaxed<LogLevel> threshold_{0};

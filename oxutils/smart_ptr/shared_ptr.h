@@ -79,7 +79,10 @@ class shared_ptr {
   }
 
   void release() {
-    if (block_ == nullptr || block_->dec_ref() != 0) return;
+    if (block_ != nullptr) give_up();
+  }
+  void give_up() {
+    if (block_->dec_ref() != 0) return;
     delete px_;
     if (block_->dec_weak() == 0) delete block_;
   }
