@@ -2,45 +2,187 @@
 #ifndef TARN_SRC_HANDLE_REGISTRY_H_
 #define TARN_SRC_HANDLE_REGISTRY_H_
 
+#include <stddef.h>
+#include <stdint.h>
+
+#include <atomic>
+#include <memory>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "oxutils/mutex.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 
 // Maps the opaque values that the application holds to the objects behind them, of which it keeps a
-// reference each. Any thread; lock_ guards the map and is held for the map alone.
+// reference each. Any thread. lock_ guards the map and is held for the map alone.
+//
+// In front of the map stands a cache that hold() reads without the lock. What it finds there may
+// have been removed, or belong to another handle by now, so it counts itself in first and looks
+// then. That is why entries and caches are used again, but never freed.
 template <typename T>
 class HandleRegistry {
  public:
   using Pointer = oxutils::shared_ptr<T>;
 
+ private:
+  struct Entry;
+
+ public:
+  // Keeps an object for the length of a call, at less than the price of a counted reference.
+  class Hold {
+   public:
+    Hold(Hold&& other) noexcept
+        : registry_(other.registry_), entry_(std::exchange(other.entry_, nullptr)) {}
+    Hold& operator=(Hold&&) = delete;
+    ~Hold() {
+      if (entry_ != nullptr) registry_.end_use(*entry_);
+    }
+
+    explicit operator bool() const { return entry_ != nullptr; }
+    T* operator->() const { return entry_->object.get(); }
+    const Pointer& pointer() const { return entry_->object; }
+
+   private:
+    friend class HandleRegistry;
+    Hold(HandleRegistry& registry, Entry* entry) : registry_(registry), entry_(entry) {}
+
+    HandleRegistry& registry_;
+    Entry* entry_;
+  };
+
+  HandleRegistry() { grow_cache(); }
+  HandleRegistry(const HandleRegistry&) = delete;
+  HandleRegistry& operator=(const HandleRegistry&) = delete;
+
   // False when the handle is taken.
   bool add(void* handle, const Pointer& object) OX_EXCLUDES(lock_) {
     const oxutils::scoped_lock hold(lock_);
-    return objects_.emplace(handle, object).second;
+    const auto added = entries_.emplace(handle, nullptr);
+    if (!added.second) return false;
+    added.first->second = &make_entry(handle, object);
+    if (entries_.size() > cache_.load()->size / 2) grow_cache();
+    return true;
+  }
+
+  // Empty for a handle that is not registered.
+  Hold hold(void* handle) OX_EXCLUDES(lock_) {
+    Entry* const cached =
+        cache_.load(std::memory_order_acquire)->slot(handle).load(std::memory_order_acquire);
+    if (cached != nullptr && begin_use(*cached, handle)) return Hold(*this, cached);
+    return find_and_hold(handle);
   }
 
   // A counted reference, or nothing for a handle that is not registered.
-  Pointer get(void* handle) const OX_EXCLUDES(lock_) {
-    const oxutils::scoped_lock hold(lock_);
-    const auto found = objects_.find(handle);
-    return found != objects_.end() ? found->second : Pointer();
+  Pointer get(void* handle) OX_EXCLUDES(lock_) {
+    const Hold found = hold(handle);
+    return found ? found.pointer() : Pointer();
   }
 
-  // The registry's own reference, or nothing.
+  // A counted reference to what is registered no more, or nothing.
   Pointer remove(void* handle) OX_EXCLUDES(lock_) {
-    const oxutils::scoped_lock hold(lock_);
-    const auto found = objects_.find(handle);
-    if (found == objects_.end()) return Pointer();
-    Pointer object = std::move(found->second);
-    objects_.erase(found);
+    Entry* removed = nullptr;
+    {
+      const oxutils::scoped_lock hold(lock_);
+      const auto found = entries_.find(handle);
+      if (found == entries_.end()) return Pointer();
+      removed = found->second;
+      entries_.erase(found);
+    }
+    Pointer object = removed->object;
+    removed->state.fetch_or(Entry::kRemoved);
+    retire_if_unused(*removed);
     return object;
   }
 
  private:
-  mutable oxutils::mutex lock_;
-  std::unordered_map<void*, Pointer> objects_ OX_GUARDED_BY(lock_);
+  // The registry's reference, and how many calls use it at the moment. Calls that were looking for
+  // another handle are among them for a moment.
+  struct Entry {
+    static constexpr uint32_t kRemoved = 1;
+    static constexpr uint32_t kFree = 2;  // besides kRemoved: is in free_
+    static constexpr uint32_t kUser = 4;
+
+    std::atomic<void*> handle{nullptr};
+    std::atomic<uint32_t> state{kRemoved | kFree};
+    Pointer object;  // does not change while the entry is in use, or registered
+  };
+
+  struct Cache {
+    explicit Cache(unsigned int bits)
+        : size(size_t{1} << bits), shift(64 - bits), slots(new std::atomic<Entry*>[size]()) {}
+
+    std::atomic<Entry*>& slot(const void* handle) {
+      constexpr uint64_t kGolden = 0x9E3779B97F4A7C15;  // spreads neighbours over the whole range
+      return slots[reinterpret_cast<uintptr_t>(handle) * kGolden >> shift];
+    }
+
+    const size_t size;
+    const unsigned int shift;
+    const std::unique_ptr<std::atomic<Entry*>[]> slots;
+  };
+
+  static constexpr unsigned int kFirstCacheBits = 6;
+
+  // False when the entry is another handle's, or nobody's.
+  bool begin_use(Entry& entry, void* handle) {
+    const uint32_t before = entry.state.fetch_add(Entry::kUser, std::memory_order_acq_rel);
+    if ((before & Entry::kRemoved) == 0 && entry.handle.load(std::memory_order_relaxed) == handle) {
+      return true;
+    }
+    end_use(entry);
+    return false;
+  }
+
+  void end_use(Entry& entry) {
+    const uint32_t before = entry.state.fetch_sub(Entry::kUser, std::memory_order_acq_rel);
+    if (before == (Entry::kUser | Entry::kRemoved)) retire_if_unused(entry);
+  }
+
+  // Several may come here at once for the same entry; one of them finds it so.
+  void retire_if_unused(Entry& entry) OX_EXCLUDES(lock_) {
+    uint32_t removed = Entry::kRemoved;
+    if (!entry.state.compare_exchange_strong(removed, Entry::kRemoved | Entry::kFree)) return;
+    const Pointer object = std::move(entry.object);  // goes without the lock
+    const oxutils::scoped_lock hold(lock_);
+    free_.push_back(&entry);
+  }
+
+  Entry& make_entry(void* handle, const Pointer& object) OX_REQUIRES(lock_) {
+    if (free_.empty()) {
+      all_.push_back(std::make_unique<Entry>());
+      free_.reserve(all_.size());  // a removal allocates nothing
+      free_.push_back(all_.back().get());
+    }
+    Entry& entry = *free_.back();
+    free_.pop_back();
+    entry.handle.store(handle, std::memory_order_relaxed);
+    entry.object = object;
+    entry.state.fetch_and(~(Entry::kRemoved | Entry::kFree), std::memory_order_release);
+    return entry;
+  }
+
+  __attribute__((noinline)) Hold find_and_hold(void* handle) OX_EXCLUDES(lock_) {
+    const oxutils::scoped_lock hold(lock_);
+    const auto found = entries_.find(handle);
+    if (found == entries_.end()) return Hold(*this, nullptr);
+    found->second->state.fetch_add(Entry::kUser, std::memory_order_acq_rel);
+    cache_.load()->slot(handle).store(found->second, std::memory_order_release);
+    return Hold(*this, found->second);
+  }
+
+  // The caches before it stay: all together are no larger than this one.
+  void grow_cache() OX_REQUIRES(lock_) {
+    caches_.push_back(std::make_unique<Cache>(kFirstCacheBits + caches_.size()));
+    cache_.store(caches_.back().get(), std::memory_order_release);
+  }
+
+  std::atomic<Cache*> cache_{nullptr};
+  oxutils::mutex lock_;
+  std::unordered_map<void*, Entry*> entries_ OX_GUARDED_BY(lock_);
+  std::vector<std::unique_ptr<Entry>> all_ OX_GUARDED_BY(lock_);
+  std::vector<Entry*> free_ OX_GUARDED_BY(lock_);
+  std::vector<std::unique_ptr<Cache>> caches_ OX_GUARDED_BY(lock_);
 };
 
 #endif  // TARN_SRC_HANDLE_REGISTRY_H_

@@ -13,7 +13,7 @@ HandleRegistry<TarnSession>& tarn_sessions();
 // Makes and registers a session that has not been started. Empty if its address was taken.
 oxutils::shared_ptr<TarnSession> tarn_add_instance();
 
-// Every session call begins with this and holds the reference until it returns.
+// A reference for what goes on beyond a call; calls hold the session by tarn_sessions().hold().
 oxutils::shared_ptr<TarnSession> tarn_get_instance(void* handle);
 
 // Clears the session's callbacks and drops the registry's reference. Worker only.

@@ -14,6 +14,7 @@
 namespace {
 
 using SessionPtr = oxutils::shared_ptr<TarnSession>;
+using SessionHold = HandleRegistry<TarnSession>::Hold;
 
 constexpr int kFailed = -1;
 
@@ -73,7 +74,7 @@ int tarn_wait_destroy(void* handle, unsigned int wait_ms) {
 }
 
 void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_set_output_callback fail,bad tarn %%");
     return;
@@ -82,7 +83,7 @@ void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* use
 }
 
 void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_set_recv_reliable_callback fail,bad tarn %p", handle);
     return;
@@ -91,7 +92,7 @@ void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, vo
 }
 
 void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, void* user) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_set_recv_unreliable_callback fail,bad tarn %p", handle);
     return;
@@ -100,7 +101,7 @@ void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, 
 }
 
 void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* user) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_set_error_callback fail,bad tarn %p", handle);
     return;
@@ -111,7 +112,7 @@ void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* use
 void tarn_set_recv_kcp_callback(void*, TarnDataCallback, void*) { log_kcp(); }
 
 void tarn_set_conv(void* handle, unsigned int conv) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_set_conv fail,bad tarn %%");
     return;
@@ -121,7 +122,7 @@ void tarn_set_conv(void* handle, unsigned int conv) {
 }
 
 unsigned int tarn_get_conv(void* handle) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_get_conv fail,bad tarn %%");
     return 0;
@@ -130,7 +131,7 @@ unsigned int tarn_get_conv(void* handle) {
 }
 
 void tarn_input(void* handle, char* data, int len) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_input fail,bad tarn %p", handle);
     return;
@@ -145,7 +146,7 @@ void tarn_input(void* handle, char* data, int len) {
 }
 
 void tarn_send_reliable(void* handle, char* data, int len) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_send_reliable fail,bad tarn %p", handle);
     return;
@@ -161,7 +162,7 @@ void tarn_send_reliable(void* handle, char* data, int len) {
 }
 
 void tarn_send_unreliable(void* handle, char* data, int len) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_send_unreliable fail,bad tarn %p", handle);
     return;
@@ -177,7 +178,7 @@ void tarn_send_unreliable(void* handle, char* data, int len) {
 }
 
 void tarn_send_unreliable_nocp(void* handle, char* buf, int len) {
-  const SessionPtr session = tarn_get_instance(handle);
+  const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
     TARN_LOG_WARN("tarn_send_unreliable fail,bad tarn %p", handle);
     return;

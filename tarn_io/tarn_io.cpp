@@ -217,8 +217,8 @@ int TarnIo::tarn_output(char* data, int len, void* user) {
 }
 
 int TarnIo::output_numbered(char* data, int len, void* number) {
-  const oxutils::shared_ptr<TarnIo> io = tarn_get_numbered_io(number);
-  return io ? tarn_output(data, len, io.get()) : 0;
+  const auto io = tarn_hold_numbered_io(number);
+  return io ? tarn_output(data, len, io.pointer().get()) : 0;
 }
 
 void TarnIo::on_tarn_input(void* io) {

@@ -30,6 +30,10 @@ oxutils::shared_ptr<TarnIo> tarn_get_io(void* handle) { return by_address().get(
 
 oxutils::shared_ptr<TarnIo> tarn_get_numbered_io(void* number) { return by_number().get(number); }
 
+HandleRegistry<TarnIo>::Hold tarn_hold_numbered_io(void* number) {
+  return by_number().hold(number);
+}
+
 void tarn_remove_io(void* handle) {
   const oxutils::shared_ptr<TarnIo> io = by_address().remove(handle);
   if (io) by_number().remove(io->number());

@@ -3,6 +3,7 @@
 #define TARN_TARN_IO_TARN_IO_REGISTRY_H_
 
 #include "oxutils/smart_ptr/shared_ptr.h"
+#include "src/handle_registry.h"
 #include "tarn_io/tarn_io.h"
 
 // Makes and registers an I/O object; its handle is its address.
@@ -11,6 +12,8 @@ oxutils::shared_ptr<TarnIo> tarn_add_io(const TarnSocket& socket);
 oxutils::shared_ptr<TarnIo> tarn_get_io(void* handle);
 // The same by TarnIo::number(), which no later object has, unlike an address.
 oxutils::shared_ptr<TarnIo> tarn_get_numbered_io(void* number);
+// For the length of a call.
+HandleRegistry<TarnIo>::Hold tarn_hold_numbered_io(void* number);
 // Drops the registry's reference.
 void tarn_remove_io(void* handle);
 

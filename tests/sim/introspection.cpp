@@ -32,6 +32,6 @@ uint32_t timers_late_ms(uint32_t tick) {
   return static_cast<uint32_t>(late);
 }
 
-bool is_registered(void* session) { return tarn_sessions().objects_.count(session) != 0; }
+bool is_registered(void* session) { return tarn_sessions().entries_.count(session) != 0; }
 
 }  // namespace tarn_sim

@@ -1,5 +1,7 @@
 #include "tests/sim/simulation.h"
 
+#include <array>
+
 #include "tarn/io.h"
 #include "tarn/tarn.h"
 #include "tests/sim/boundary.h"
@@ -9,8 +11,10 @@
 namespace tarn_sim {
 namespace {
 
-// Sessions per setting that have been there once, so that the library's tables have their size.
-constexpr int kWarmUpSessions = 3;
+// Sessions and handles that have been there once, at the same time and for each setting, so that
+// the library's tables have their size.
+constexpr int kWarmUpSessions = 32;
+constexpr int kWarmUpListeners = 4;
 constexpr uint64_t kQuiet = 100 * kNsPerMs;
 constexpr uint64_t kLongestCatchUp = 60 * kNsPerSecond;
 constexpr uint32_t kOnTimeMs = 20;
@@ -57,10 +61,7 @@ void Simulation::configure(const Settings& settings) {
 void Simulation::warm_up() {
   for (const Round& round : plan_.rounds) {
     configure(round.settings);
-    for (int i = 0; i < kWarmUpSessions; ++i) {
-      const InsideLibrary inside;
-      tarn_destroy(tarn_create());
-    }
+    create_and_destroy_sessions();
     world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs);
   }
   if (has_sockets_) warm_up_sockets();
@@ -68,18 +69,29 @@ void Simulation::warm_up() {
   check_descriptors();
 }
 
+void Simulation::create_and_destroy_sessions() {
+  std::array<void*, kWarmUpSessions> sessions;
+  const InsideLibrary inside;
+  for (void*& session : sessions) session = tarn_create();
+  for (void* const session : sessions) tarn_destroy(session);
+}
+
 // Starts the I/O thread.
 void Simulation::warm_up_sockets() {
   {
     const InsideLibrary inside;
     void* const session = tarn_create();
-    void* const io = tarn_create_udp_io("127.0.0.1", 9, 0);
-    tarn_attach_io(session, io);
+    std::array<void*, kWarmUpSessions> ios;
+    for (void*& io : ios) io = tarn_create_udp_io("127.0.0.1", 9, 0);
+    tarn_attach_io(session, ios[0]);
     tarn_destroy(session);
-    tarn_destroy_io(io);
+    for (void* const io : ios) tarn_destroy_io(io);
+    std::array<void*, kWarmUpListeners> listeners;
+    for (void*& listener : listeners) {
+      listener = tarn_start_listen_udp(world_.network().reserve_port(), nullptr, nullptr);
+    }
+    for (void* const listener : listeners) tarn_stop_listen(listener);
   }
-  lobby_.open();
-  lobby_.close();
   wait_for_quiet(plan_.rounds.back().settings);
 }
 
