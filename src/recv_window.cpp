@@ -14,15 +14,12 @@ namespace {
 
 // Numbers whose room in a full list of acknowledgements is worth a walk through it.
 constexpr size_t kWorthSettling = 64;
+// Bytes at most that are got for a message before they come.
+constexpr size_t kMostReserved = 64 * 1024;
 
 bool ends_message(unsigned char flag) { return flag == wire::kLast || flag == wire::kWhole; }
 
 unsigned short next_of(unsigned short seq) { return static_cast<unsigned short>(seq + 1); }
-
-void append_bytes(std::vector<char>& bytes, DataView& view) {
-  const char* const data = view.data();
-  bytes.insert(bytes.end(), data, data + view.size());
-}
 
 }  // namespace
 
@@ -32,37 +29,39 @@ void RecvWindow::log_input(unsigned short seq, unsigned char flag) const {
 
 bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
   log_input(seq, flag);
-  Packet packet{seq, data, ends_message(flag)};
+  const bool last = ends_message(flag);
   if (!started) {
     // The peer's numbering begins at 0; there is no other place to start.
-    if (seq != 0) return write_to_buffer(std::move(packet));
+    if (seq != 0) return write_to_buffer(Packet{seq, data, last});
     start();
-    return deliver(std::move(packet));
+    return deliver(seq, data, last);
   }
   if (SeqLatter()(last_seq, seq)) {
-    if (seq != next_of(last_seq)) return write_to_buffer(std::move(packet));
+    if (seq != next_of(last_seq)) return write_to_buffer(Packet{seq, data, last});
     log_input(seq, flag);
     // Whoever got the log line may have fed the same segment.
-    if (seq == next_of(last_seq)) return deliver(std::move(packet));
+    if (seq == next_of(last_seq)) return deliver(seq, data, last);
   }
   mark_una_updated();  // a repetition: the peer is told again
   return true;
 }
 
-bool RecvWindow::deliver(Packet&& p) {
-  output(std::move(p));
-  try_release_buffer();
+bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
+  accept(seq, DataView(data), last);
+  if (has_early_) try_release_buffer();
   return true;
 }
 
 void RecvWindow::start() {
   const oxutils::scoped_lock hold(lock_);
   started = true;
+  has_news_ = true;
 }
 
 void RecvWindow::mark_una_updated() {
   const oxutils::scoped_lock hold(lock_);
   una_updated = true;
+  has_news_ = true;
 }
 
 void RecvWindow::advance(unsigned short seq) {
@@ -73,25 +72,31 @@ void RecvWindow::advance(unsigned short seq) {
     if (jumps && !recv_buffer_.empty()) scattered_ = true;
     last_seq = seq;
     una_updated = true;
-    // Delivered past the buffer while a copy waited there: from inside a callback, or before
-    // number 0 when the whole ring may be waiting. The copy must not surface one wrap later.
-    Packet stale;
-    if (take_buffered(seq, stale)) unlist(seq);
+    has_news_ = true;
+    if (!recv_buffer_.empty()) drop_stale(seq);
   }
   TARN_LOG_VERBOSE("recv window output seq %u", seq);
 }
 
-void RecvWindow::output(Packet&& p) {
-  advance(p.seq);
-  if (p.flag == 0) {
-    TARN_LOG_VERBOSE("staging seq %u len %d", p.seq, static_cast<int>(p.data.size()));
-    p.data.deep_copy();
-    staging.push_back(std::move(p));
+// Delivered past the buffer while a copy waited there: from inside a callback, or before number 0
+// when the whole ring may be waiting. The copy must not surface one wrap later.
+void RecvWindow::drop_stale(unsigned short seq) {
+  Packet stale;
+  if (take_buffered(seq, stale)) unlist(seq);
+}
+
+void RecvWindow::accept(unsigned short seq, DataView&& data, bool last) {
+  advance(seq);
+  if (!last) {
+    TARN_LOG_VERBOSE("staging seq %u len %d", seq, static_cast<int>(data.size()));
+    stage(data);
     return;
   }
-  const bool as_it_is = staging.empty() && p.data.is_exclusive();
-  DataView message = as_it_is ? std::move(p.data) : join_staged(p.data);
-  if (output_callback_) output_callback_(std::move(message));
+  if (is_staging_ || !data.is_exclusive()) {
+    stage(data);
+    data = take_staged();
+  }
+  if (output_callback_) output_callback_(std::move(data));
 }
 
 void RecvWindow::output(unsigned short seq, DataView& data) {
@@ -99,16 +104,18 @@ void RecvWindow::output(unsigned short seq, DataView& data) {
   if (output_callback_) output_callback_(DataView(data));
 }
 
-// Emptied before the message is delivered: its receiver may feed this window again.
-DataView RecvWindow::join_staged(DataView& last) {
-  unsigned long size = last.size();
-  for (const Packet& each : staging) size += each.data.size();
-  std::vector<char> bytes;
-  bytes.reserve(size);
-  for (Packet& each : staging) append_bytes(bytes, each.data);
-  append_bytes(bytes, last);
-  staging.clear();
-  return DataView(std::move(bytes));
+void RecvWindow::stage(DataView& fragment) {
+  if (!is_staging_) staging.reserve(last_message_size_);
+  is_staging_ = true;
+  const char* const bytes = fragment.data();
+  staging.insert(staging.end(), bytes, bytes + fragment.size());
+}
+
+// Before the message is delivered: its receiver may feed this window again.
+DataView RecvWindow::take_staged() {
+  is_staging_ = false;
+  last_message_size_ = std::min(staging.size(), kMostReserved);
+  return DataView(std::exchange(staging, std::vector<char>()));
 }
 
 bool RecvWindow::write_to_buffer(Packet&& p) {
@@ -134,6 +141,7 @@ void RecvWindow::store(Packet&& p) {
   if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
   const auto inserted = recv_buffer_.try_emplace(p.seq);
   if (!inserted.second) return;  // the number half the ring away counts as the same key
+  has_early_ = true;
   p.data.deep_copy();
   inserted.first->second = std::move(p);
 }
@@ -141,10 +149,9 @@ void RecvWindow::store(Packet&& p) {
 void RecvWindow::try_release_buffer() {
   Packet packet;
   while (take_next(packet)) {
-    const unsigned short seq = packet.seq;
-    output(std::move(packet));
+    accept(packet.seq, std::move(packet.data), packet.flag != 0);
     const oxutils::scoped_lock hold(lock_);
-    unlist(seq);
+    unlist(packet.seq);
   }
 }
 
@@ -159,6 +166,7 @@ void RecvWindow::list(unsigned short seq) {
   // Goes through the whole list: not for every segment that a peer may send.
   if (was_unlisted || (is_full && unlisted_.size() >= kWorthSettling)) settle_ack_list();
   if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(seq);
+  has_news_ = true;
 }
 
 void RecvWindow::unlist(unsigned short seq) {
@@ -180,7 +188,7 @@ bool RecvWindow::take_buffered(unsigned short seq, Packet& p) {
   if (found == recv_buffer_.end()) return false;
   p = std::move(found->second);
   recv_buffer_.erase(found);
-  if (recv_buffer_.empty()) scattered_ = false;
+  if (recv_buffer_.empty()) has_early_ = scattered_ = false;
   return true;
 }
 
@@ -215,23 +223,23 @@ void RecvWindow::log_una(bool taken, unsigned short una) {
 }
 
 bool RecvWindow::has_feedback() {
+  if (!has_news_) return false;
   const oxutils::scoped_lock hold(lock_);
   settle_ack_list();
   return (started && una_updated) || !ack_list.empty();
 }
 
-Feedback RecvWindow::take_feedback(unsigned long budget) {
-  Feedback feedback;
-  bool was_started = false;
-  {
+void RecvWindow::take_feedback(unsigned long budget, Feedback& feedback) {
+  if (has_news_) {
     const oxutils::scoped_lock hold(lock_);
-    was_started = started;
     feedback.has_una = take_una(feedback.una);
     if (feedback.has_una) budget -= wire::kUnaSegSize;
-    feedback.has_acks = take_acks(feedback.acks, Feedback::max_acks(budget));
+    if (!ack_list.empty()) {
+      feedback.has_acks = take_acks(feedback.acks, Feedback::max_acks(budget));
+    }
+    has_news_ = !ack_list.empty();
   }
-  if (was_started) log_una(feedback.has_una, feedback.una);
-  return feedback;
+  if (started) log_una(feedback.has_una, feedback.una);
 }
 
 bool RecvWindow::get_una(unsigned short& una) {

@@ -8,6 +8,7 @@
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
 #include "src/feedback.h"
 #include "src/packet.h"
 
@@ -31,8 +32,7 @@ class RecvWindow {
   bool input(unsigned short seq, DataView& data, unsigned char flag) OX_EXCLUDES(lock_);
 
   // Takes the next segment in order; delivers the message if it is the last one of it.
-  void output(Packet& p) OX_EXCLUDES(lock_) { output(Packet(p)); }
-  void output(Packet&& p) OX_EXCLUDES(lock_);
+  void output(Packet& p) OX_EXCLUDES(lock_) { accept(p.seq, DataView(p.data), p.flag != 0); }
   // Delivers `data` as a message of its own and makes `seq` the last number in order.
   void output(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
 
@@ -44,7 +44,7 @@ class RecvWindow {
 
   bool has_feedback() OX_EXCLUDES(lock_);
   // Everything to report that fits into `budget` bytes, in one go: get_una, then get_ack.
-  Feedback take_feedback(unsigned long budget) OX_EXCLUDES(lock_);
+  void take_feedback(unsigned long budget, Feedback& feedback) OX_EXCLUDES(lock_);
 
   // The last number delivered in order, if that has not been reported since it changed or since a
   // segment was repeated.
@@ -56,20 +56,27 @@ class RecvWindow {
   bool get_ack(std::list<unsigned short>& out) OX_EXCLUDES(lock_);
 
  private:
-  bool deliver(Packet&& p) OX_EXCLUDES(lock_);
+  // The next segment in order, and what waited for it.
+  bool deliver(unsigned short seq, const DataView& data, bool last) OX_EXCLUDES(lock_);
+  // output() with a view to give away.
+  void accept(unsigned short seq, DataView&& data, bool last) OX_EXCLUDES(lock_);
   void start() OX_EXCLUDES(lock_);
   // Makes `seq` the last number in order.
   void advance(unsigned short seq) OX_EXCLUDES(lock_);
   void mark_una_updated() OX_EXCLUDES(lock_);
   void log_input(unsigned short seq, unsigned char flag) const;
-  // The staged fragments and `last`, in one block; nothing is staged afterwards.
-  DataView join_staged(DataView& last);
+  // Adds a fragment to the message that is being put together.
+  void stage(DataView& fragment);
+  // The staged bytes; nothing is staged afterwards.
+  DataView take_staged();
   // get_una and get_ack without their locking and logging.
   bool take_una(unsigned short& una) OX_REQUIRES(lock_);
   bool take_acks(std::list<unsigned short>& out, unsigned long max) OX_REQUIRES(lock_);
   static void log_una(bool taken, unsigned short una);
   // Lists the number for acknowledgement and keeps the packet, unless it is there already.
   void store(Packet&& p) OX_REQUIRES(lock_);
+  // Forgets a copy of what has been delivered.
+  void drop_stale(unsigned short seq) OX_REQUIRES(lock_);
   // Takes the packet after last_seq from the buffer; false if it is not there.
   bool take_next(Packet& p) OX_EXCLUDES(lock_);
   // Remembers to acknowledge `seq`, unless the list is full.
@@ -83,8 +90,13 @@ class RecvWindow {
 
   // What an idle cycle touches comes first, on as few cache lines as possible.
   mutable oxutils::mutex lock_;
-  unsigned short last_seq = 0;  // written under lock_ by the feeding thread, which reads it freely
-  bool started = false;         // number 0 has arrived; written like last_seq
+  // Whether there may be anything to report: set under lock_ after something has been noted, and
+  // cleared under lock_ when all is reported. Read without it.
+  oxutils::relaxed<bool> has_news_{false};
+  // Written under lock_ by the feeding thread, which reads them freely.
+  unsigned short last_seq = 0;
+  oxutils::relaxed<bool> started{false};     // number 0 has arrived
+  oxutils::relaxed<bool> has_early_{false};  // recv_buffer_ holds something
   bool una_updated OX_GUARDED_BY(lock_) = false;
   // The buffer holds a number that was not within half the ring after last_seq when it came, so
   // that the map's order cannot be relied on to find things.
@@ -95,7 +107,11 @@ class RecvWindow {
   std::vector<unsigned short> unlisted_ OX_GUARDED_BY(lock_);
   PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
   oxutils::Function output_callback_;
-  std::list<Packet> staging;  // feeding thread only: delivered fragments of an unfinished message
+  // Feeding thread only: what has been delivered of a message that is not complete, whether there
+  // is one, and how large the last one was, which the next may be like.
+  std::vector<char> staging;
+  bool is_staging_ = false;
+  size_t last_message_size_ = 0;
 };
 
 #endif  // TARN_SRC_RECV_WINDOW_H_

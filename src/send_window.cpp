@@ -1,6 +1,7 @@
 #include "src/send_window.h"
 
 #include <limits.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -34,7 +35,7 @@ SendWindow::SendWindow() {
                                                 oxutils::Function(this, &SendWindow::resend));
 }
 
-SendWindow::~SendWindow() = default;
+SendWindow::~SendWindow() { delete[] spare_memory_.load(); }
 
 void SendWindow::set_resend_callback(oxutils::Function f) {
   TARN_LOG_INFO("%p func: %p", static_cast<void*>(this), static_cast<void*>(f.get()));
@@ -47,46 +48,83 @@ void SendWindow::set_owner(const oxutils::weak_ptr<TarnSession>& owner) {
   owner_ = owner;
 }
 
-bool SendWindow::write(unsigned short seq, DataView& data) { return write(seq, DataView(data)); }
+bool SendWindow::is_full() const { return count_ >= TarnConfig::instance()->send_window_size; }
 
-bool SendWindow::write(unsigned short seq, DataView&& data) {
+bool SendWindow::write(unsigned short seq, SegmentBytes segment) {
   const oxutils::scoped_lock hold(lock_);
-  if (count_ >= TarnConfig::instance()->send_window_size) return false;
+  if (is_full()) return false;
+  keep(seq, std::move(segment));
+  return true;
+}
+
+bool SendWindow::write(unsigned short seq, DataView& data) {
+  const oxutils::scoped_lock hold(lock_);
+  if (is_full()) return false;
   data.deep_copy();
-  buckets[current].emplace(seq, Packet{seq, std::move(data), 1});
+  SegmentBytes segment = make_segment(data.size());
+  if (segment.size() > 0) memcpy(segment.data(), data.data(), segment.size());
+  keep(seq, std::move(segment));
+  return true;
+}
+
+void SendWindow::keep(unsigned short seq, SegmentBytes&& segment) {
+  Bucket& bucket = buckets[current];
   // Counted even where the bucket holds this number already and keeps the old packet.
   ++count_;
-  return true;
+  if (spare_count_ == 0) {
+    bucket.try_emplace(seq, std::move(segment));
+    return;
+  }
+  Bucket::node_type& node = spares_[--spare_count_];
+  node.key() = seq;
+  char* const memory = node.mapped().release();
+  node.mapped() = std::move(segment);
+  bucket.insert(std::move(node));
+  delete[] spare_memory_.exchange(memory);
+}
+
+void SendWindow::drop(Bucket& bucket, Bucket::iterator packet) {
+  --count_;
+  if (spare_count_ < kMaxSpares) {
+    spares_[spare_count_++] = bucket.extract(packet);
+  } else {
+    bucket.erase(packet);
+  }
+}
+
+void SendWindow::drop_spares() {
+  while (spare_count_ > 0) spares_[--spare_count_] = Bucket::node_type();
+  delete[] spare_memory_.exchange(nullptr);
 }
 
 void SendWindow::ack(unsigned short seq) {
   const oxutils::scoped_lock hold(lock_);
-  for (PacketMap& bucket : buckets) {
+  for (Bucket& bucket : buckets) {
     const auto found = find_exact(bucket, seq);
     if (found == bucket.end()) continue;
-    bucket.erase(found);
-    --count_;
+    drop(bucket, found);
     return;
   }
 }
 
 void SendWindow::una(unsigned short una) {
-  size_t before[kBucketCount];
-  size_t after[kBucketCount];
+  size_t sizes[kBucketCount][2] = {};
   {
     const oxutils::scoped_lock hold(lock_);
     for (unsigned int i = 0; i < kBucketCount; ++i) {
-      PacketMap& bucket = buckets[i];
-      before[i] = bucket.size();
-      auto end = bucket.begin();
-      while (end != bucket.end() && !SeqLatter()(una, end->first)) ++end;
-      bucket.erase(bucket.begin(), end);
-      after[i] = bucket.size();
-      count_ -= static_cast<unsigned int>(before[i] - after[i]);
+      Bucket& bucket = buckets[i];
+      if (bucket.empty()) continue;
+      sizes[i][0] = bucket.size();
+      for (auto oldest = bucket.begin(); oldest != bucket.end() && !SeqLatter()(una, oldest->first);
+           oldest = bucket.begin()) {
+        drop(bucket, oldest);
+      }
+      sizes[i][1] = bucket.size();
     }
   }
-  for (unsigned int i = 0; i < kBucketCount; ++i) {
-    TARN_LOG_VERBOSE("send window got una %u,bucket count %lu -> %lu", una, before[i], after[i]);
+  if (!TarnLog::instance()->enabled(TarnLog::LOG_VERBOSE)) return;
+  for (const auto& size : sizes) {
+    TARN_LOG_VERBOSE("send window got una %u,bucket count %lu -> %lu", una, size[0], size[1]);
   }
 }
 
@@ -122,8 +160,11 @@ bool SendWindow::begin_pass(Pass& pass) {
   if (!resend_callback_) return false;
   pass.bucket = (current + kBucketCount - 1) % kBucketCount;
   current = (current + 1) % kBucketCount;
-  if (count_ == 0) return false;
-  const PacketMap& bucket = buckets[pass.bucket];
+  if (count_ == 0) {
+    if (spare_count_ > 0) drop_spares();
+    return false;
+  }
+  const Bucket& bucket = buckets[pass.bucket];
   if (bucket.empty()) return false;
   pass.seqs.reserve(bucket.size());
   for (const auto& each : bucket) pass.seqs.push_back(each.first);
@@ -132,7 +173,8 @@ bool SendWindow::begin_pass(Pass& pass) {
   return true;
 }
 
-// The packet may have been acknowledged since the pass began, from inside an earlier emission too.
+// The packet may have been acknowledged since the pass began, from inside an earlier emission too;
+// and while it is on its way out, so that goes as a copy.
 void SendWindow::resend_packet(const Pass& pass, unsigned short seq) {
   DataView packet;
   if (!find_packet(pass.bucket, seq, packet)) return;
@@ -145,7 +187,8 @@ bool SendWindow::find_packet(unsigned int bucket, unsigned short seq, DataView& 
   const oxutils::scoped_lock hold(lock_);
   const auto found = find_exact(buckets[bucket], seq);
   if (found == buckets[bucket].end()) return false;
-  packet = found->second.data;
+  const SegmentBytes& segment = found->second;
+  packet = DataView(std::vector<char>(segment.data(), segment.data() + segment.size()));
   return true;
 }
 

@@ -2,6 +2,7 @@
 #ifndef TARN_SRC_SEND_WINDOW_H_
 #define TARN_SRC_SEND_WINDOW_H_
 
+#include <atomic>
 #include <vector>
 
 #include "oxutils/callback.h"
@@ -9,6 +10,7 @@
 #include "oxutils/relaxed.h"
 #include "oxutils/smart_ptr/weak_ptr.h"
 #include "src/packet.h"
+#include "src/segment_bytes.h"
 
 class TarnSession;
 
@@ -32,11 +34,15 @@ class SendWindow {
   // the application destroys it meanwhile.
   void set_owner(const oxutils::weak_ptr<TarnSession>& owner) OX_EXCLUDES(lock_);
 
-  // Keeps a packet under `seq`, with bytes of its own. False when send_window_size packets are
-  // waiting: nothing is kept then.
+  // Room for a segment of `size` bytes, in memory that an acknowledged one has left if possible.
+  SegmentBytes make_segment(size_t size) {
+    return SegmentBytes(spare_memory_.exchange(nullptr), size);
+  }
+  // Keeps a framed segment under `seq`. False when send_window_size packets are waiting: nothing is
+  // kept then.
+  bool write(unsigned short seq, SegmentBytes segment) OX_EXCLUDES(lock_);
+  // The same with a copy of the view's bytes; the view has bytes of its own afterwards.
   bool write(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
-  // The same for a view that the caller gives away, kept or not.
-  bool write(unsigned short seq, DataView&& data) OX_EXCLUDES(lock_);
 
   // The peer has `seq`. An unknown number changes nothing.
   void ack(unsigned short seq) OX_EXCLUDES(lock_);
@@ -58,6 +64,9 @@ class SendWindow {
  private:
   static constexpr unsigned int kBucketCount = 4;
   static constexpr int kResendPeriodMs = 30;
+  static constexpr unsigned int kMaxSpares = 16;
+
+  using Bucket = SeqMap<SegmentBytes>;
 
   // One turn of the rotation, as taken at its start.
   struct Pass {
@@ -67,6 +76,10 @@ class SendWindow {
     oxutils::shared_ptr<TarnSession> owner;
   };
 
+  bool is_full() const OX_REQUIRES(lock_);
+  void keep(unsigned short seq, SegmentBytes&& segment) OX_REQUIRES(lock_);
+  void drop(Bucket& bucket, Bucket::iterator packet) OX_REQUIRES(lock_);
+  void drop_spares() OX_REQUIRES(lock_);
   bool begin_pass(Pass& pass) OX_EXCLUDES(lock_);
   void resend_packet(const Pass& pass, unsigned short seq) OX_EXCLUDES(lock_);
   bool find_packet(unsigned int bucket, unsigned short seq, DataView& packet) const
@@ -77,11 +90,16 @@ class SendWindow {
   mutable oxutils::mutex lock_;
   unsigned int current OX_GUARDED_BY(lock_) = 0;  // bucket that receives new packets
   unsigned int count_ OX_GUARDED_BY(lock_) = 0;
+  unsigned int spare_count_ OX_GUARDED_BY(lock_) = 0;
   oxutils::Function resend_callback_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<int> timer_id_{0};
   unsigned int resend_logs_ OX_GUARDED_BY(lock_) = 0;  // thins out the log
   oxutils::weak_ptr<TarnSession> owner_ OX_GUARDED_BY(lock_);
-  PacketMap buckets[kBucketCount] OX_GUARDED_BY(lock_);
+  Bucket buckets[kBucketCount] OX_GUARDED_BY(lock_);
+  // Nodes and bytes of packets that have been acknowledged, for the next ones. They go when nothing
+  // is sent any more.
+  Bucket::node_type spares_[kMaxSpares] OX_GUARDED_BY(lock_);
+  std::atomic<char*> spare_memory_{nullptr};  // of a segment; written and taken without lock_
 };
 
 #endif  // TARN_SRC_SEND_WINDOW_H_

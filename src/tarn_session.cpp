@@ -26,7 +26,7 @@ void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
 TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
   const oxutils::Function resend_function(this, &TarnSession::resend);
   send_window_.set_resend_callback(resend_function);
-  recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::recv_reliable));
+  recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::deliver_reliable));
   TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
                 static_cast<void*>(this), get_conv(), static_cast<void*>(resend_function.get()),
                 static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
@@ -101,6 +101,14 @@ void TarnSession::active() {
   last_active_ = now;
 }
 
+bool TarnSession::active_unless_stopped() {
+  const unsigned int now = TarnTimerQueue::cur_tick();
+  const oxutils::scoped_lock hold(state_mutex_);
+  if (stopped_) return false;
+  last_active_ = now;
+  return true;
+}
+
 // Whether a cycle would do nothing and tell nobody.
 bool TarnSession::is_cycle_idle() {
   if (TarnLog::instance()->enabled(TarnLog::LOG_ERROR) || recv_window_.has_feedback()) return false;
@@ -140,35 +148,46 @@ void TarnSession::set_error_callback(ErrorCallback callback, void* user) {
 }
 
 void TarnSession::input(DataView packet) {
-  if (is_stopped()) return;
-  active();
+  const size_t size = packet.size();
+  input(size > 0 ? packet.data() : nullptr, size);
+}
+
+void TarnSession::input(char* datagram, size_t size) {
+  if (!active_unless_stopped()) return;
+  DatagramReader reader(datagram, size);
   char magic = 0;
   unsigned char version = 0;
-  if (!parse_head(packet, magic, version)) return;
-  while (packet.size() >= wire::kSegHeadSize) {
-    Segment seg;
-    if (!parse_segment(packet, seg)) break;
+  if (!reader.read_head(magic, version)) return;
+  while (reader.has_segment()) {
+    DatagramReader::Segment seg;
+    if (!reader.read_segment(seg)) break;
     TARN_LOG_DEBUG("%p recv packet type: %u", static_cast<void*>(this), seg.type);
     dispatch(seg);
   }
-  if (packet.size() > 0) TARN_LOG_WARN("redundant len %lu", packet.size());
+  if (reader.rest() > 0) TARN_LOG_WARN("redundant len %lu", reader.rest());
 }
 
 // A handler logs what is wrong with its segment; the others of the datagram are handled all the
 // same.
-void TarnSession::dispatch(Segment& seg) {
+void TarnSession::dispatch(const DatagramReader::Segment& seg) {
   switch (seg.type) {
-    case wire::kReliable:
-      got_reliable(seg.data, seg.flag);
+    case wire::kReliable: {
+      Block block(seg.body, seg.size);
+      DataView body = DataView::lend(block);
+      got_reliable(body, seg.flag);
       break;
-    case wire::kUnreliable:
-      got_unreliable(seg.data);
+    }
+    case wire::kUnreliable: {
+      Block block(seg.body, seg.size);
+      DataView body = DataView::lend(block);
+      got_unreliable(body);
       break;
+    }
     case wire::kAck:
-      got_ack(seg.data);
+      take_ack(Bytes{seg.body, seg.size});
       break;
     case wire::kUna:
-      got_una(seg.data);
+      take_una(Bytes{seg.body, seg.size});
       break;
     case wire::kBye:
       got_bye();
@@ -177,7 +196,7 @@ void TarnSession::dispatch(Segment& seg) {
       got_heartbeat();
       break;
     case wire::kConv:
-      got_conv(seg.data);
+      take_conv(Bytes{seg.body, seg.size});
       break;
     default:
       TARN_LOG_WARN("unkown seg type %u", seg.type);
@@ -191,23 +210,23 @@ TarnSession::Bytes TarnSession::bytes_of(DataView& view) {
 }
 
 void TarnSession::output(DataView payload, bool no_feedback) {
-  emit(bytes_of(payload), Bytes{nullptr, 0}, no_feedback);
+  emit(bytes_of(payload), Bytes{nullptr, 0}, no_feedback ? kWithoutFeedback : kWithFeedback);
 }
 
-void TarnSession::emit(Bytes head, Bytes body, bool no_feedback) {
+void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested) {
   const auto payload = static_cast<int64_t>(head.size + body.size);
   Feedback feedback;
   // Signed: with a tiny segment size nothing rides along. What is gathered here is lost if the
   // datagram then cannot leave.
-  if (!no_feedback && payload < mss_ - 2) {
-    feedback = gather_feedback(static_cast<unsigned long>(mss_ - payload));
+  if (feedback_rides == kWithFeedback && payload < mss_ - 2) {
+    gather_feedback(static_cast<unsigned long>(mss_ - payload), feedback);
   }
   const auto callback = output_cb_.get();
   if (callback.function == nullptr) {
     TARN_LOG_WARN("tarn %p has no output callback", static_cast<void*>(this));
     return;
   }
-  if (is_stopped()) return;
+  if (tested == kTested ? stopped_.load() : is_stopped()) return;
 
   const unsigned int conv = conv_;
   const size_t size = wire::kHeaderSize + (conv != 0 ? wire::kConvSegSize : 0) +

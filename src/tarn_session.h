@@ -10,9 +10,11 @@
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/callback_slot.h"
 #include "src/data_view.h"
+#include "src/datagram_reader.h"
 #include "src/feedback.h"
 #include "src/recv_window.h"
 #include "src/send_window.h"
+#include "src/wire_format.h"
 #include "tarn/tarn.h"
 
 // Turns messages into datagrams and datagrams into messages. Owned by the registry's shared_ptr and
@@ -24,9 +26,9 @@
 // causes them, with no lock held. Whoever calls out keeps the session alive meanwhile: the exported
 // calls by the registry's reference, cycle() and the send window's pass by one of their own.
 //
-// Locks: state_mutex_ guards the stopped flag and the last activity, seq_mutex_ the numbering; the
-// windows have their own. Callbacks, conversation id and the other flags are read and written
-// without a lock.
+// Locks: state_mutex_ guards the stopped flag, the last activity and the numbering; the windows
+// have their own. Callbacks, conversation id and the other flags are read and written without a
+// lock.
 class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
  public:
   using DataCallback = TarnDataCallback;
@@ -37,6 +39,11 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
     unsigned char type = 0;
     unsigned char flag = 0;
     DataView data;
+  };
+
+  struct Bytes {
+    const char* data;
+    size_t size;
   };
 
   // Requires: the worker has been started, since the send window's timer runs on it.
@@ -59,7 +66,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // The cycle timer's function, every rtx_timeout ms.
   void cycle();
   // Records activity.
-  void active();
+  void active() OX_EXCLUDES(state_mutex_);
   // Tells the application, unless the session is stopped.
   void error(TarnError code);
 
@@ -74,6 +81,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
 
   // One received datagram.
   void input(DataView packet);
+  void input(char* datagram, size_t size);
   // Frames `payload`, which is segments, and emits it; acknowledgements ride along where they fit,
   // unless `no_feedback`.
   void output(DataView payload, bool no_feedback);
@@ -99,6 +107,10 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
 
   // Sends `data`, consuming it, as one segment with `flag` or, if it is too long, as fragments.
   void send_reliable(DataView& data, unsigned char flag);
+  // The same for one whole message of `size` bytes.
+  void send_reliable(const char* data, size_t size) {
+    send_message(Bytes{data, size}, wire::kWhole);
+  }
   // The send window's function: emits a stored packet again. `*keep` becomes false when the session
   // is stopped.
   void resend(unsigned short seq, DataView packet, bool* keep);
@@ -128,31 +140,46 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void bye();
 
  private:
-  struct Bytes {
-    const char* data;
-    size_t size;
-  };
   static Bytes bytes_of(DataView& view);
 
   bool is_stopped() const;
+  // active() with the stopped test in the same section: false, and nothing recorded, if stopped.
+  bool active_unless_stopped() OX_EXCLUDES(state_mutex_);
   bool is_cycle_idle();
   // Milliseconds since the last activity; `last` and `now` are ticks.
   unsigned int silence(unsigned int& last, unsigned int& now) const;
   void mark_stopped();
   void cancel_cycle();
-  void dispatch(Segment& seg);
-  // The one place where datagrams are built: header, conv, feedback, then the two pieces.
-  void emit(Bytes head, Bytes body, bool no_feedback);
-  Feedback gather_feedback(unsigned long budget);
-  unsigned short take_seqs(unsigned long count);
-  void send_fragments(DataView& data, unsigned long max_size);
-  void send_segment(unsigned short seq, DataView& payload, unsigned char flag);
+  void dispatch(const DatagramReader::Segment& seg);
+  bool take_ack(Bytes body);
+  bool take_una(Bytes body);
+  bool take_conv(Bytes body);
+  // The one place where datagrams are built: header, conv, feedback, then the two pieces. `tested`
+  // says that this call has made the locked test before, so that a look without the lock will do:
+  // only a callback of the call itself can have stopped the session in a way that has to be seen.
+  enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
+  enum StoppedTest : bool { kNotTested = false, kTested = true };
+  void emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested = kNotTested);
+  // Everything to tell the peer that fits.
+  void gather_feedback(unsigned long budget, Feedback& feedback);
+  // Reserves a run of numbers and puts the first into `first`; false, and nothing done, if the
+  // session is stopped.
+  bool take_seqs(unsigned long count, unsigned short& first) OX_EXCLUDES(state_mutex_);
+  // Both return what was not sent as a fragment before the last one.
+  Bytes send_message(Bytes message, unsigned char flag);
+  Bytes send_fragments(Bytes message, unsigned long max_size);
+  // False when the session has been stopped meanwhile.
+  bool send_segment(unsigned short seq, Bytes payload, unsigned char flag);
+  void overflow();
+  // recv_reliable() for what input() feeds, which has made the locked test.
+  void deliver_reliable(DataView message);
 
   // What an idle cycle touches comes first, on as few cache lines as possible.
   const int64_t mss_;  // largest payload of a reliable segment
   mutable oxutils::mutex state_mutex_;
   unsigned int last_active_ OX_GUARDED_BY(state_mutex_) = 0;  // tick
   oxutils::relaxed<bool> stopped_{false};  // written under state_mutex_, never goes back
+  unsigned short send_seq_ OX_GUARDED_BY(state_mutex_) = 0;  // number of the next reliable segment
   oxutils::relaxed<bool> got_bye_{false};
   oxutils::relaxed<unsigned int> conv_{0};
   RecvWindow recv_window_;
@@ -162,8 +189,6 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   CallbackSlot<DataCallback> recv_reliable_cb_;
   CallbackSlot<DataCallback> recv_unreliable_cb_;
   CallbackSlot<ErrorCallback> error_cb_;
-  oxutils::mutex seq_mutex_;
-  unsigned short send_seq_ OX_GUARDED_BY(seq_mutex_) = 0;  // number of the next reliable segment
 };
 
 #endif  // TARN_SRC_TARN_SESSION_H_

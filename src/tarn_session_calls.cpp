@@ -141,8 +141,7 @@ void tarn_input(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_input fail,null data tarn %p", handle);
     return;
   }
-  Block block(data, static_cast<unsigned long>(usable_length(len)));
-  session->input(DataView::lend(block));
+  session->input(data, static_cast<size_t>(usable_length(len)));
 }
 
 void tarn_send_reliable(void* handle, char* data, int len) {
@@ -156,9 +155,7 @@ void tarn_send_reliable(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_send_reliable fail,null data tarn %p", handle);
     return;
   }
-  Block block(data, static_cast<unsigned long>(usable_length(len)));
-  DataView view = DataView::lend(block);
-  session->send_reliable(view, wire::kWhole);
+  session->send_reliable(data, static_cast<size_t>(usable_length(len)));
 }
 
 void tarn_send_unreliable(void* handle, char* data, int len) {

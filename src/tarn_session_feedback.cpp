@@ -13,20 +13,20 @@ constexpr unsigned long kMinFeedbackBudget = 6;
 
 }  // namespace
 
-Feedback TarnSession::gather_feedback(unsigned long budget) {
-  if (budget < kMinFeedbackBudget) return Feedback();
-  Feedback feedback = recv_window_.take_feedback(budget);
+void TarnSession::gather_feedback(unsigned long budget, Feedback& feedback) {
+  if (budget < kMinFeedbackBudget) return;
+  recv_window_.take_feedback(budget, feedback);
   if (feedback.has_una) {
     TARN_LOG_DEBUG("tarn %p feedback una %u", static_cast<void*>(this), feedback.una);
   }
   for (const unsigned short seq : feedback.acks) {
     TARN_LOG_DEBUG("tarn %p feedback ack %u", static_cast<void*>(this), seq);
   }
-  return feedback;
 }
 
 void TarnSession::make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget) {
-  const Feedback feedback = gather_feedback(budget);
+  Feedback feedback;
+  gather_feedback(budget, feedback);
   if (feedback.has_una) {
     una_seg = DataView(feedback.una_size());
     feedback.put_una(una_seg.data());
@@ -42,13 +42,14 @@ void TarnSession::cycle_feedback() {
     const oxutils::scoped_lock hold(state_mutex_);
     if (stopped_) return;
   }
-  const Feedback feedback = gather_feedback(static_cast<unsigned long>(mss_));
+  Feedback feedback;
+  gather_feedback(static_cast<unsigned long>(mss_), feedback);
   if (feedback.empty()) return;
   // Alone, unlike beside data, the ack list comes first.
   const size_t size = feedback.ack_size() + feedback.una_size();
   DatagramBuffer payload(size);
   feedback.put_una(feedback.put_acks(payload.data()));
-  emit(Bytes{payload.data(), size}, Bytes{nullptr, 0}, true);
+  emit(Bytes{payload.data(), size}, Bytes{nullptr, 0}, kWithoutFeedback);
 }
 
 unsigned int TarnSession::silence(unsigned int& last, unsigned int& now) const {
@@ -71,14 +72,15 @@ void TarnSession::cycle_check_active() {
   error(TARN_ERROR_INACTIVE);
 }
 
-bool TarnSession::got_ack(DataView& body) {
-  const unsigned long size = body.size();
-  if (size == 0 || size % wire::kSeqSize != 0) {
-    TARN_LOG_ERROR("%p error ack size %lu", static_cast<void*>(this), size);
+bool TarnSession::got_ack(DataView& body) { return take_ack(bytes_of(body)); }
+
+bool TarnSession::take_ack(Bytes body) {
+  if (body.size == 0 || body.size % wire::kSeqSize != 0) {
+    TARN_LOG_ERROR("%p error ack size %lu", static_cast<void*>(this), body.size);
     return false;
   }
-  while (body.size() > 0) {
-    const unsigned short seq = body.read_uint16();
+  for (size_t at = 0; at < body.size; at += wire::kSeqSize) {
+    const unsigned short seq = wire::get_uint16(body.data + at);
     send_window_.ack(seq);
     TARN_LOG_DEBUG("tarn %p got ack %u,send window size %lu", static_cast<void*>(this), seq,
                    static_cast<unsigned long>(send_window_.count()));
@@ -86,12 +88,14 @@ bool TarnSession::got_ack(DataView& body) {
   return true;
 }
 
-bool TarnSession::got_una(DataView& body) {
-  if (body.size() != wire::kSeqSize) {
-    TARN_LOG_ERROR("error una size %lu", body.size());
+bool TarnSession::got_una(DataView& body) { return take_una(bytes_of(body)); }
+
+bool TarnSession::take_una(Bytes body) {
+  if (body.size != wire::kSeqSize) {
+    TARN_LOG_ERROR("error una size %lu", body.size);
     return false;
   }
-  const unsigned short una = body.read_uint16();
+  const unsigned short una = wire::get_uint16(body.data);
   send_window_.una(una);
   TARN_LOG_DEBUG("tarn %p got una %u send window size %lu", static_cast<void*>(this), una,
                  static_cast<unsigned long>(send_window_.count()));
@@ -118,5 +122,5 @@ void TarnSession::bye() {
   if (is_stopped()) return;
   char head[wire::kSegHeadSize];
   wire::put_seg_head(head, wire::kBye, wire::kNoFlag, 0);
-  emit(Bytes{head, sizeof head}, Bytes{nullptr, 0}, false);
+  emit(Bytes{head, sizeof head}, Bytes{nullptr, 0}, kWithFeedback);
 }

@@ -10,53 +10,31 @@ constexpr int kNotAPacket = -1;
 constexpr int kStartsConversation = 0;
 constexpr int kBelongsToConversation = 1;
 
-bool is_known(unsigned char type) {
-  return type <= wire::kBye || type == wire::kConv;  // kHeartbeat is refused
+DatagramReader reader_of(DataView& view) {
+  const size_t size = view.size();
+  return size > 0 ? DatagramReader(view.data(), size) : DatagramReader(nullptr, 0);
 }
 
 }  // namespace
 
 bool TarnSession::parse_head(DataView& view, char& magic, unsigned char& version) {
-  const unsigned long size = view.size();
-  if (size < wire::kHeaderSize) {
-    TARN_LOG_VERBOSE("error tarn header len %lu", size);
-    return false;
-  }
-  magic = view.read_char();
-  if (magic != wire::kMagic && magic != wire::kOtherMagic) {
-    TARN_LOG_VERBOSE("error magic %c", magic);
-    return false;
-  }
-  version = view.read_uint8();
-  // Reported only, so that packets of a later version still flow.
-  if (version != wire::kVersion) TARN_LOG_WARN("not match version %u", version);
-  return true;
+  DatagramReader reader = reader_of(view);
+  const size_t size = reader.rest();
+  const bool is_head = reader.read_head(magic, version);
+  if (reader.rest() < size) view.consume_front(size - reader.rest());
+  return is_head;
 }
 
 bool TarnSession::parse_segment(DataView& view, Segment& seg) {
-  const unsigned long size = view.size();
-  if (size < 2) {
-    TARN_LOG_WARN("error tarn segment len %lu", size);
-    return false;
-  }
-  const unsigned char head = view.read_uint8();
-  seg.type = head >> wire::kTypeShift;
-  seg.flag = head & wire::kFlagMask;
-  if (!is_known(seg.type)) {
-    TARN_LOG_WARN("error segment type %u", seg.type);
-    return false;
-  }
-  if (size < wire::kSegHeadSize) {
-    TARN_LOG_WARN("error tarn segment len %lu", size);
-    return false;
-  }
-  const unsigned short length = view.read_uint16();
-  if (view.size() < length) {
-    TARN_LOG_WARN("error segment len %u", length);
-    return false;
-  }
-  seg.data = view.slice(length);
-  return true;
+  DatagramReader reader = reader_of(view);
+  const size_t size = reader.rest();
+  DatagramReader::Segment read;
+  const bool is_segment = reader.read_segment(read);
+  if (reader.rest() < size) view.consume_front(size - reader.rest() - read.size);
+  seg.type = read.type;
+  seg.flag = read.flag;
+  if (is_segment) seg.data = view.slice(read.size);
+  return is_segment;
 }
 
 void TarnSession::make_seg_head(DataView& data_view, unsigned char type, unsigned char flag,
@@ -73,28 +51,26 @@ void TarnSession::make_seg_head_nocp(char* buf, int len, unsigned char type, uns
 
 int TarnSession::check_packet(char* data, int len) {
   if (len < 1) return kNotAPacket;
-  Block block(data, static_cast<unsigned long>(len));
-  DataView view = DataView::lend(block);
+  DatagramReader reader(data, static_cast<size_t>(len));
   char magic = 0;
   unsigned char version = 0;
-  Segment first;
-  if (!parse_head(view, magic, version) || !parse_segment(view, first)) return kNotAPacket;
+  DatagramReader::Segment first;
+  if (!reader.read_head(magic, version) || !reader.read_segment(first)) return kNotAPacket;
   if (first.type != wire::kReliable) return kBelongsToConversation;
-  if (first.data.size() < wire::kSeqSize) return kNotAPacket;
-  return first.data.read_uint16() == 0 ? kStartsConversation : kBelongsToConversation;
+  if (first.size < wire::kSeqSize) return kNotAPacket;
+  return wire::get_uint16(first.body) == 0 ? kStartsConversation : kBelongsToConversation;
 }
 
 unsigned int TarnSession::read_conv(char* data, int len) {
-  Block block(data, len > 0 ? static_cast<unsigned long>(len) : 0);
-  DataView view = DataView::lend(block);
+  DatagramReader reader(data, len > 0 ? static_cast<size_t>(len) : 0);
   char magic = 0;
   unsigned char version = 0;
-  if (!parse_head(view, magic, version)) return wire::kNoPacket;
-  while (view.size() >= wire::kSegHeadSize) {
-    Segment seg;
-    if (!parse_segment(view, seg)) break;
+  if (!reader.read_head(magic, version)) return wire::kNoPacket;
+  while (reader.has_segment()) {
+    DatagramReader::Segment seg;
+    if (!reader.read_segment(seg)) break;
     if (seg.type != wire::kConv) continue;
-    return seg.data.size() < wire::kConvBodySize ? 0 : seg.data.read_uint32();
+    return seg.size < wire::kConvBodySize ? 0 : wire::get_uint32(seg.body);
   }
   return 0;
 }
@@ -106,12 +82,14 @@ void TarnSession::make_conv(DataView& conv_seg) const {
   wire::put_conv_segment(conv_seg.data(), conv);
 }
 
-bool TarnSession::got_conv(DataView& body) {
-  if (body.size() < wire::kConvBodySize) {
-    TARN_LOG_ERROR("error conv size %lu", body.size());
+bool TarnSession::got_conv(DataView& body) { return take_conv(bytes_of(body)); }
+
+bool TarnSession::take_conv(Bytes body) {
+  if (body.size < wire::kConvBodySize) {
+    TARN_LOG_ERROR("error conv size %lu", body.size);
     return false;
   }
-  const unsigned int received = body.read_uint32();
+  const unsigned int received = wire::get_uint32(body.data);
   TARN_LOG_VERBOSE("tarn %p got conv %lu", static_cast<void*>(this),
                    static_cast<unsigned long>(received));
   const unsigned int local = conv_;

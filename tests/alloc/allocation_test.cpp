@@ -25,7 +25,11 @@ void* operator new(size_t size) {
   if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
   throw std::bad_alloc();
 }
+// Said as well: a sanitizer's own would be taken otherwise.
+void* operator new[](size_t size) { return operator new(size); }
 void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
 void operator delete(void* memory, size_t) noexcept { std::free(memory); }
 
 namespace {

@@ -60,7 +60,8 @@ class LibraryRecvWindow : public RecvSide {
     return any;
   }
   std::string take_feedback(uint64_t budget) override {
-    const Feedback feedback = window_.take_feedback(budget);
+    Feedback feedback;
+    window_.take_feedback(budget, feedback);
     std::string bytes(feedback.una_size() + feedback.ack_size(), '?');
     if (feedback.has_una) feedback.put_una(bytes.data());
     if (feedback.has_acks) feedback.put_acks(bytes.data() + feedback.una_size());

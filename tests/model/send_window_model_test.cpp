@@ -1,5 +1,6 @@
 // SendWindow beside its model.
 #include <memory>
+#include <utility>
 
 #include "src/send_window.h"
 #include "tarn/tarn.h"
@@ -34,7 +35,9 @@ class LibrarySendWindow : public SendSide {
     return kept;
   }
   bool give_away(uint16_t seq, const std::string& packet) override {
-    return window_->write(seq, tarn_test::owned_view(packet));
+    SegmentBytes segment = window_->make_segment(packet.size());
+    packet.copy(segment.data(), packet.size());
+    return window_->write(seq, std::move(segment));
   }
   void ack(uint16_t seq) override { window_->ack(seq); }
   void una(uint16_t una) override { window_->una(una); }

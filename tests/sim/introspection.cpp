@@ -17,7 +17,7 @@ WindowUse look_into(void* session, const Locks& locks) {
   WindowUse use;
   use.changing = locks.is_held(&send.lock_.handle_);
   use.counted = send.count_;
-  for (const PacketMap& bucket : send.buckets) use.kept += bucket.size();
+  for (const auto& bucket : send.buckets) use.kept += bucket.size();
   use.early = recv.recv_buffer_.size();
   use.listed = recv.ack_list.size();
   return use;

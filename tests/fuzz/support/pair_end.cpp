@@ -31,7 +31,7 @@ struct LastSeq {
 template struct PrivateMember<LastSeq, &RecvWindow::last_seq>;
 
 struct Started {
-  using Type = bool RecvWindow::*;
+  using Type = oxutils::relaxed<bool> RecvWindow::*;
   friend Type member(Started);
 };
 template struct PrivateMember<Started, &RecvWindow::started>;
