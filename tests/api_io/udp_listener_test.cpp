@@ -259,7 +259,9 @@ TEST_F(UdpListening, CallbackMayWatchTheHandleAtOnce) {
 
   EXPECT_TRUE(wait_until([&] {
     const std::lock_guard<std::mutex> lock(readers.guard);
-    return readers.readers[0]->received == std::vector<std::string>{"data"};
+    // The handle is counted before it has a reader.
+    return !readers.readers.empty() &&
+           readers.readers[0]->received == std::vector<std::string>{"data"};
   }));
   tarn_stop_listen(listener);
 }
