@@ -85,14 +85,14 @@ void Conversation::meet() {
 }
 
 // Whatever comes to a listener first is lost; what comes twice before the peer has its socket may
-// make it known twice.
+// make it known twice, and a handle stays for a while: so it knocks less and less often.
 void Conversation::knock(void* io) {
-  while (!b_.takes_datagrams()) {
+  for (uint64_t pause = 50 * kNsPerMs; side_b_.socket == nullptr; pause *= 2) {
     for (uint64_t count = random_.between(1, 3); count > 0; --count) {
       const InsideLibrary inside;
       tarn_write(io, "hello", 5);
     }
-    world_.scheduler().sleep(50 * kNsPerMs);
+    world_.scheduler().sleep(std::min(pause, kNsPerSecond));
   }
 }
 

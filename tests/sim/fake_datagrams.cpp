@@ -125,7 +125,6 @@ long FakeNetwork::receive_datagram(FakeSocket& socket, char* into, size_t room, 
   if ((flags & MSG_PEEK) != 0) return static_cast<long>(size);
   socket.queued -= first.bytes.size() + kOverhead;
   socket.datagrams.pop_front();
-  announce(socket, from, std::string_view(into, size));
   return static_cast<long>(size);
 }
 

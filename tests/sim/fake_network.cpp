@@ -170,7 +170,11 @@ long FakeNetwork::receive(int fd, char* into, size_t room, int flags, sockaddr* 
   if (socket->stream) return receive_stream(*socket, into, room, flags);
   Address source;
   const long result = receive_datagram(*socket, into, room, flags, source);
-  if (result >= 0) write_address(source, from, from_size);
+  if (result < 0) return result;
+  write_address(source, from, from_size);
+  // Whoever asks where it is from sorts out what came too early; a session's socket does not.
+  const bool for_session = from == nullptr && (flags & MSG_PEEK) == 0;
+  if (for_session) announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
   return result;
 }
 

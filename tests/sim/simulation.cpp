@@ -14,8 +14,10 @@ namespace {
 // Sessions and handles that have been there once, at the same time and for each setting, so that
 // the library's tables have their size.
 constexpr int kWarmUpSessions = 32;
+constexpr int kWarmUpHandles =
+    300;  // a peer whose other end is gone is made known with each datagram
 constexpr int kWarmUpListeners = 4;
-constexpr uint64_t kQuiet = 100 * kNsPerMs;
+constexpr uint64_t kQuiet = 300 * kNsPerMs;
 constexpr uint64_t kLongestCatchUp = 60 * kNsPerSecond;
 constexpr uint32_t kOnTimeMs = 20;
 // The I/O thread's own: a connection to itself and the listener that it came from.
@@ -81,7 +83,7 @@ void Simulation::warm_up_sockets() {
   {
     const InsideLibrary inside;
     void* const session = tarn_create();
-    std::array<void*, kWarmUpSessions> ios;
+    std::array<void*, kWarmUpHandles> ios;
     for (void*& io : ios) io = tarn_create_udp_io("127.0.0.1", 9, 0);
     tarn_attach_io(session, ios[0]);
     tarn_destroy(session);

@@ -52,6 +52,8 @@ class World {
   // How long timers may stand still: until the wall clock is where it has been before, and as long
   // as the worker sleeps at most when it has computed its sleep before a step.
   uint64_t timer_lag_ns() const;
+  // Whether the wall clock has shown a later time before.
+  bool clock_is_behind_itself() const { return furthest_wall_us_ > wall_us(); }
   // Whether the tick has begun again at 0 in this run.
   bool tick_has_wrapped() const;
 
