@@ -19,6 +19,13 @@ constexpr int kErrorPause = 10;
 // ms after which a wait that could not begin is tried again
 constexpr int kFailurePause = 20;
 
+// Descriptors from which on there is a set, and below which there is none. Below, poll() is as
+// quick.
+constexpr size_t kMany = 32;
+constexpr size_t kFew = 16;
+// One pass in so many looks at all descriptors by poll(), and so does the one after a quiet wait.
+constexpr unsigned int kPassesPerLook = 1024;
+
 int64_t monotonic_ms() {
   timespec now;
   clock_gettime(CLOCK_MONOTONIC, &now);
@@ -31,6 +38,13 @@ int64_t monotonic_ms() {
 TarnPoller::TarnPoller() { free_ = true; }
 
 TarnPoller::~TarnPoller() = default;
+
+void TarnPoller::Pass::clear() {
+  set = -1;
+  fds.clear();
+  generations.clear();
+  ready.clear();
+}
 
 void TarnPoller::watch_read(int fd, oxutils::Function f) {
   store(fd, &EventHandler::read_func, std::move(f));
@@ -58,31 +72,42 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
-    if (get_events_flag(handler) == 0) handler.generation = ++last_generation_;
+    if (get_events_flag(handler) == 0) handler.generation = next_generation();
     std::swap(handler.*slot, f);
     handler.paused_until = 0;
+    arm(fd, handler);
   }
   wake();  // the replaced function goes with no lock held
 }
 
 void TarnPoller::pause(int fd, int ms) { pause(fd, ms, kAny); }
 
-void TarnPoller::pause(int fd, int ms, uint64_t generation) {
+void TarnPoller::pause(int fd, int ms, uint32_t generation) {
   const oxutils::scoped_lock hold(lock_);
   EventHandler* const handler = find(fd, generation);
-  if (handler != nullptr) handler->paused_until = monotonic_ms() + ms;
+  if (handler == nullptr) return;
+  handler->paused_until = monotonic_ms() + ms;
+  arm(fd, *handler);
 }
 
 void TarnPoller::resume(int fd) {
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler* const handler = find(fd, kAny);
-    if (handler != nullptr) handler->paused_until = 0;
+    if (handler != nullptr) {
+      handler->paused_until = 0;
+      arm(fd, *handler);
+    }
   }
   wake();
 }
 
-TarnPoller::EventHandler* TarnPoller::find(int fd, uint64_t generation) {
+uint32_t TarnPoller::next_generation() {
+  if (++last_generation_ == kAny) ++last_generation_;
+  return last_generation_;
+}
+
+TarnPoller::EventHandler* TarnPoller::find(int fd, uint32_t generation) {
   const auto found = handlers_.find(fd);
   if (found == handlers_.end()) return nullptr;
   return generation == kAny || found->second.generation == generation ? &found->second : nullptr;
@@ -116,12 +141,64 @@ short TarnPoller::get_events_flag(EventHandler& handler) {
   return static_cast<short>(events);
 }
 
-bool TarnPoller::collect(Polled& polled, int& timeout) {
+bool TarnPoller::begin(Pass& pass, int& timeout) {
   const oxutils::scoped_lock hold(lock_);
   polling_thread_ = pthread_self();
   if (handlers_.empty()) return false;
-  polled.fds.reserve(handlers_.size());
-  polled.generations.reserve(handlers_.size());
+  const bool is_look = passes_++ % kPassesPerLook == 0;
+  choose_set(is_look);
+  if (set_.is_open()) {
+    review(timeout);
+    pass.set = set_.fd();
+  }
+  if (is_look || !set_.is_open()) collect(pass, timeout);
+  return true;
+}
+
+// A set that could not be had, or could not be kept, is tried again with the next look.
+void TarnPoller::choose_set(bool is_look) {
+  if (set_failed_ || handlers_.size() < kFew) set_.close();
+  if (is_look) set_failed_ = false;
+  if (!set_failed_ && !set_.is_open() && handlers_.size() >= kMany) open_set();
+  if (set_failed_) set_.close();
+}
+
+void TarnPoller::open_set() {
+  set_failed_ = !set_.open();
+  to_review_.clear();
+  for (auto& each : handlers_) {
+    each.second.in_set = false;
+    arm(each.first, each.second);
+  }
+}
+
+void TarnPoller::arm(int fd, EventHandler& handler) {
+  if (!set_.is_open()) return;
+  const short events = get_events_flag(handler);
+  bool done = true;
+  if (events == 0 || handler.paused_until != 0) {
+    to_review_.push_back(fd);
+    if (handler.in_set) done = set_.remove(fd);
+    handler.in_set = false;
+  } else {
+    done = handler.in_set ? set_.change(fd, events, handler.generation)
+                          : set_.add(fd, events, handler.generation);
+    handler.in_set = true;
+  }
+  if (!done) set_failed_ = true;
+}
+
+bool TarnPoller::is_paused(EventHandler& handler, int& timeout) {
+  if (handler.paused_until == 0) return false;
+  const int64_t left = handler.paused_until - monotonic_ms();
+  if (left > 0) timeout = static_cast<int>(std::min<int64_t>(timeout, left));
+  if (left <= 0) handler.paused_until = 0;
+  return left > 0;
+}
+
+void TarnPoller::collect(Pass& pass, int& timeout) {
+  pass.fds.reserve(handlers_.size());
+  pass.generations.reserve(handlers_.size());
   for (auto each = handlers_.begin(); each != handlers_.end();) {
     EventHandler& handler = each->second;
     const short events = get_events_flag(handler);
@@ -129,37 +206,73 @@ bool TarnPoller::collect(Polled& polled, int& timeout) {
       each = handlers_.erase(each);
       continue;
     }
-    const int64_t left = handler.paused_until != 0 ? handler.paused_until - monotonic_ms() : 0;
-    if (left > 0) {
-      timeout = static_cast<int>(std::min<int64_t>(timeout, left));
-    } else {
-      polled.fds.push_back({each->first, events, 0});
-      polled.generations.push_back(handler.generation);
+    if (!is_paused(handler, timeout)) {
+      pass.fds.push_back({each->first, events, 0});
+      pass.generations.push_back(handler.generation);
     }
     ++each;
   }
-  return true;
+}
+
+void TarnPoller::review(int& timeout) {
+  std::vector<int> fds;
+  fds.swap(to_review_);
+  for (const int fd : fds) {
+    const auto found = handlers_.find(fd);
+    if (found == handlers_.end()) continue;
+    if (get_events_flag(found->second) == 0) {
+      handlers_.erase(found);
+    } else if (is_paused(found->second, timeout)) {
+      to_review_.push_back(fd);
+    } else {
+      arm(fd, found->second);
+    }
+  }
+}
+
+// An interrupted or failed call yields no events.
+void TarnPoller::poll_once(Pass& pass, int timeout) {
+  const int count = ::poll(pass.fds.data(), static_cast<nfds_t>(pass.fds.size()), timeout);
+  // It fails again at once while more is watched than the limit on descriptors allows.
+  if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(timeout, kFailurePause));
+  for (size_t i = 0; i < pass.fds.size(); ++i) {
+    const pollfd& each = pass.fds[i];
+    if (each.revents > 0) pass.ready.push_back({each.fd, each.revents, pass.generations[i]});
+  }
+}
+
+void TarnPoller::wait(Pass& pass, int timeout) {
+  if (pass.set < 0) {
+    poll_once(pass, timeout);
+    return;
+  }
+  if (!pass.fds.empty()) poll_once(pass, 0);
+  if (pass.ready.empty() && !EpollSet::wait(pass.set, timeout, pass.ready)) give_up_set();
+}
+
+void TarnPoller::give_up_set() {
+  const oxutils::scoped_lock hold(lock_);
+  set_failed_ = true;
 }
 
 bool TarnPoller::poll(unsigned int timeout) {
-  Polled polled;
-  int wait = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
-  if (!collect(polled, wait)) return false;
-  // An interrupted or failed call yields no events.
-  const int count = ::poll(polled.fds.data(), static_cast<nfds_t>(polled.fds.size()), wait);
-  // It fails again at once while more is watched than the limit on descriptors allows.
-  if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(wait, kFailurePause));
-  for (size_t i = 0; i < polled.fds.size(); ++i) {
-    const pollfd& each = polled.fds[i];
-    if (each.revents <= 0) continue;
-    const uint64_t generation = polled.generations[i];
-    if (!dispatch(each.fd, each.revents, generation)) silence(each.fd, each.revents, generation);
+  // Its memory serves the next pass; a callback that polls from within finds none.
+  Pass pass = std::exchange(spare_pass_, Pass());
+  int longest = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
+  if (!begin(pass, longest)) return false;
+  wait(pass, longest);
+  if (pass.ready.empty()) passes_ = 0;
+  for (const ReadyDescriptor& each : pass.ready) {
+    const bool taken = dispatch(each.fd, each.revents, each.generation);
+    if (!taken) silence(each.fd, each.revents, each.generation);
   }
+  pass.clear();
+  spare_pass_ = std::move(pass);
   return true;
 }
 
 // Runs a copy of the function: it may unwatch or replace its own slot meanwhile.
-bool TarnPoller::run(int fd, Slot slot, uint64_t generation) {
+bool TarnPoller::run(int fd, Slot slot, uint32_t generation) {
   oxutils::Function f;
   {
     const oxutils::scoped_lock hold(lock_);
@@ -172,18 +285,20 @@ bool TarnPoller::run(int fd, Slot slot, uint64_t generation) {
 }
 
 // Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone.
-bool TarnPoller::run_write(int fd, uint64_t generation) {
+bool TarnPoller::run_write(int fd, uint32_t generation) {
   if (!run(fd, &EventHandler::write_func, generation)) return false;
   oxutils::Function old;
   const oxutils::scoped_lock hold(lock_);
   EventHandler* const handler = find(fd, generation);
-  if (handler != nullptr) std::swap(handler->write_func, old);
+  if (handler == nullptr) return true;
+  std::swap(handler->write_func, old);
+  arm(fd, *handler);
   return true;
 }
 
 // These events come whatever is polled for, again and again. A pending error goes by being read; it
 // may have been read by a send or receive in between.
-void TarnPoller::silence(int fd, short revents, uint64_t generation) {
+void TarnPoller::silence(int fd, short revents, uint32_t generation) {
   if ((revents & (POLLHUP | POLLNVAL)) != 0) {
     pause(fd, kHangUpPause, generation);
   } else if ((revents & POLLERR) != 0) {
@@ -196,7 +311,7 @@ void TarnPoller::silence(int fd, short revents, uint64_t generation) {
 
 void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }
 
-bool TarnPoller::dispatch(int fd, short revents, uint64_t generation) {
+bool TarnPoller::dispatch(int fd, short revents, uint32_t generation) {
   bool taken = false;
   if ((revents & POLLHUP) != 0 && (revents & POLLIN) == 0) {
     taken |= run(fd, &EventHandler::error_func, generation);
@@ -209,57 +324,4 @@ bool TarnPoller::dispatch(int fd, short revents, uint64_t generation) {
   }
   if ((revents & POLLOUT) != 0) taken |= run_write(fd, generation);
   return taken;
-}
-
-std::vector<int> TarnPoller::watched() {
-  const oxutils::scoped_lock hold(lock_);
-  std::vector<int> fds;
-  for (const auto& each : handlers_) fds.push_back(each.first);
-  return fds;
-}
-
-// True when nothing is watched; `highest` counts descriptors without live slots too.
-bool TarnPoller::fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) {
-  const oxutils::scoped_lock hold(lock_);
-  polling_thread_ = pthread_self();
-  for (const auto& each : handlers_) {
-    const int fd = each.first;
-    highest = std::max(highest, fd);
-    if (fd < 0 || fd >= FD_SETSIZE) continue;
-    if (each.second.read_func) FD_SET(fd, read);
-    if (each.second.write_func) FD_SET(fd, write);
-    if (each.second.error_func) FD_SET(fd, error);
-  }
-  return handlers_.empty();
-}
-
-bool TarnPoller::select(unsigned int timeout) {
-  fd_set read;
-  fd_set write;
-  fd_set error;
-  FD_ZERO(&read);
-  FD_ZERO(&write);
-  FD_ZERO(&error);
-  int highest = -1;
-  if (fill_sets(&read, &write, &error, highest)) return false;
-  timeval wait;
-  wait.tv_sec = timeout / 1000;
-  wait.tv_usec = static_cast<suseconds_t>(timeout % 1000) * 1000;
-  const int count = std::min(highest + 1, static_cast<int>(FD_SETSIZE));
-  const int result = ::select(count, &read, &write, &error, &wait);
-  if (result < 0) {
-    TARN_LOG_ERROR("select ret %d", result);
-    return false;
-  }
-  handle_event(&read, &write, &error);
-  return true;
-}
-
-void TarnPoller::handle_event(fd_set* read, fd_set* write, fd_set* error) {
-  for (const int fd : watched()) {
-    if (fd < 0 || fd >= FD_SETSIZE) continue;
-    if (FD_ISSET(fd, read)) run(fd, &EventHandler::read_func, kAny);
-    if (FD_ISSET(fd, write)) run_write(fd, kAny);
-    if (FD_ISSET(fd, error)) run(fd, &EventHandler::error_func, kAny);
-  }
 }

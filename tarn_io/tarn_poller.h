@@ -12,10 +12,15 @@
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
 #include "oxutils/singleton.h"
+#include "tarn_io/epoll_set.h"
 
 // One per process. The I/O thread polls and runs the callbacks, one at a time; any thread may watch
 // and unwatch, which takes effect in the wait that is under way. lock_ guards the map and is never
 // held while a callback runs. The process's instance lives for ever.
+//
+// A pass waits with poll(). With many descriptors that would cost far more than the few that are
+// ready, so it then waits on a set that the kernel keeps. Once in a while it looks at all of them
+// by poll() first, which alone tells of one that was closed or replaced while it was watched.
 class TarnPoller : public oxutils::singleton<TarnPoller> {
  public:
   // Up to three functions for a descriptor; a slot without one is not live.
@@ -26,7 +31,8 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     // Monotonic milliseconds; until then the descriptor is left out of the poll.
     int64_t paused_until = 0;
     // Another one whenever the first slot comes to life: descriptor numbers are used again.
-    uint64_t generation = 0;
+    uint32_t generation = 0;
+    bool in_set = false;
   };
 
   TarnPoller();
@@ -66,35 +72,64 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
  private:
   using Slot = oxutils::Function EventHandler::*;
 
-  struct Polled {
+  // What one pass waits on, these by poll() or the set or both, and what comes of it.
+  struct Pass {
+    int set = -1;
     std::vector<pollfd> fds;
-    std::vector<uint64_t> generations;  // of the entry for each of them
+    std::vector<uint32_t> generations;  // of the entry for each of them
+    std::vector<ReadyDescriptor> ready;
+
+    void clear();
   };
 
   void store(int fd, Slot slot, oxutils::Function f) OX_EXCLUDES(lock_);
   // Run a slot of the entry, which must still be of the generation unless that is kAny. False when
   // there is nothing to run.
-  bool run(int fd, Slot slot, uint64_t generation) OX_EXCLUDES(lock_);
-  bool run_write(int fd, uint64_t generation) OX_EXCLUDES(lock_);
+  bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
+  bool run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
   // False when no slot took any of the events.
-  bool dispatch(int fd, short revents, uint64_t generation) OX_EXCLUDES(lock_);
+  bool dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
   // The entry, if there is one of that generation.
-  EventHandler* find(int fd, uint64_t generation) OX_REQUIRES(lock_);
-  void pause(int fd, int ms, uint64_t generation) OX_EXCLUDES(lock_);
-  void silence(int fd, short revents, uint64_t generation) OX_EXCLUDES(lock_);
+  EventHandler* find(int fd, uint32_t generation) OX_REQUIRES(lock_);
+  uint32_t next_generation() OX_REQUIRES(lock_);
+  void pause(int fd, int ms, uint32_t generation) OX_EXCLUDES(lock_);
+  void silence(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
   void wake() OX_EXCLUDES(lock_);
-  // Drops descriptors without live slots. False when there were none at all.
-  bool collect(Polled& polled, int& timeout) OX_EXCLUDES(lock_);
+
+  // False when nothing is watched. `timeout` becomes less for the sake of pauses.
+  bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
+  void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
+  static void poll_once(Pass& pass, int timeout);
+  void choose_set(bool is_look) OX_REQUIRES(lock_);
+  void open_set() OX_REQUIRES(lock_);
+  void give_up_set() OX_EXCLUDES(lock_);
+  // Tells the set, if there is one, what the entry is to be polled for now.
+  void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
+  // Drops descriptors without live slots.
+  void collect(Pass& pass, int& timeout) OX_REQUIRES(lock_);
+  // The same for the set, which knows all but what has been emptied or paused since.
+  void review(int& timeout) OX_REQUIRES(lock_);
+  // Whether the pause goes on; the wait then ends with it.
+  bool is_paused(EventHandler& handler, int& timeout) OX_REQUIRES(lock_);
+
   bool fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) OX_EXCLUDES(lock_);
   std::vector<int> watched() OX_EXCLUDES(lock_);
 
-  static constexpr uint64_t kAny = 0;
+  static constexpr uint32_t kAny = 0;
 
   oxutils::mutex lock_;
-  uint64_t last_generation_ OX_GUARDED_BY(lock_) = kAny;
+  uint32_t last_generation_ OX_GUARDED_BY(lock_) = kAny;
   std::map<int, EventHandler> handlers_ OX_GUARDED_BY(lock_);
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
   pthread_t polling_thread_ OX_GUARDED_BY(lock_){};
+
+  EpollSet set_ OX_GUARDED_BY(lock_);
+  bool set_failed_ OX_GUARDED_BY(lock_) = false;
+  std::vector<int> to_review_ OX_GUARDED_BY(lock_);
+
+  // I/O thread only.
+  Pass spare_pass_;
+  unsigned int passes_ = 0;  // since the last look, or 0 for one in the next pass
 };
 
 #endif  // TARN_TARN_IO_TARN_POLLER_H_

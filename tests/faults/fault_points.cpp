@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <time.h>
@@ -119,6 +120,9 @@ TARN_FAILS_BY_ERRNO(ssize_t, recvfrom,
 TARN_FAILS_BY_ERRNO(ssize_t, readv, (int fd, const iovec* parts, int count), (fd, parts, count))
 TARN_FAILS_BY_ERRNO(ssize_t, send, (int fd, const void* data, size_t size, int flags),
                     (fd, data, size, flags))
+TARN_FAILS_BY_ERRNO(int, epoll_create1, (int flags), (flags))
+TARN_FAILS_BY_ERRNO(int, epoll_ctl, (int set, int operation, int fd, epoll_event* event),
+                    (set, operation, fd, event))
 TARN_FAILS_BY_ERRNO(int, usleep, (unsigned int us), (us))
 TARN_FAILS_BY_ERRNO(int, sem_wait, (sem_t * semaphore), (semaphore))
 
@@ -150,6 +154,12 @@ int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
   if (fails(kFault_poll)) return fail_with_errno();
   return __real_poll(fds, count, std::min(timeout, kLongestPoll));
+}
+
+int __real_epoll_wait(int set, epoll_event* events, int most, int timeout);
+int __wrap_epoll_wait(int set, epoll_event* events, int most, int timeout) {
+  if (fails(kFault_epoll_wait)) return fail_with_errno();
+  return __real_epoll_wait(set, events, most, std::min(timeout, kLongestPoll));
 }
 
 // The descriptor is gone even where close() fails.

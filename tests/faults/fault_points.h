@@ -19,6 +19,9 @@
   POINT(fcntl)                     \
   POINT(ioctl)                     \
   POINT(poll)                      \
+  POINT(epoll_create1)             \
+  POINT(epoll_ctl)                 \
+  POINT(epoll_wait)                \
   POINT(recv)                      \
   POINT(recvfrom)                  \
   POINT(readv)                     \

@@ -29,6 +29,9 @@ const std::vector<Row>& rows() {
       {kFault_fcntl, kCompletes, {EINVAL}},
       {kFault_ioctl, kCompletes, {EINVAL}},
       {kFault_poll, kCompletes, {EINTR, ENOMEM, EINVAL}},
+      {kFault_epoll_create1, kCompletes, {EMFILE, ENFILE, ENOMEM}},
+      {kFault_epoll_ctl, kCompletes, {ENOMEM, ENOSPC, EPERM}},
+      {kFault_epoll_wait, kCompletes, {EINTR, EBADF}},
       {kFault_recv, kCompletes, {EAGAIN, EINTR}},
       {kFault_readv, kCompletes, {EAGAIN, EINTR}},
       // The stream is given up.

@@ -114,13 +114,33 @@ void handed_over_by_many(const Play& play) {
   tarn_destroy_io(suicidal.io);
 }
 
+// So many handles that the I/O thread does not poll them one by one.
+void crowd_of_handles(const Play& play) {
+  tarn_init();
+  const PlainSocket peer = PlainSocket::udp();
+  std::vector<void*> ios;
+  EventCounter& readable = counter();
+  for (int i = 0; i < 40; ++i) {
+    ios.push_back(tarn_create_udp_io(kLoopback, peer.port(), 0));
+    tarn_set_readable_callback(ios.back(), EventCounter::on_event, &readable);
+  }
+  play.reach("an answer to the last one", [&] {
+    unsigned short from = 0;
+    tarn_write(ios.back(), "ping", 4);
+    if (peer.receive_from(from, 1) == "ping") peer.send_to(from, "pong");
+    return readable.count() > 0;
+  });
+  for (void* const io : ios) tarn_destroy_io(io);
+}
+
 }  // namespace
 
 const std::vector<Scenario>& udp_scenarios() {
   static const std::vector<Scenario> all{{"UdpHandle", udp_handle},
                                          {"HandleFromDescriptor", handle_from_descriptor},
                                          {"AttachedPair", attached_pair},
-                                         {"HandedOverByMany", handed_over_by_many}};
+                                         {"HandedOverByMany", handed_over_by_many},
+                                         {"CrowdOfHandles", crowd_of_handles}};
   return all;
 }
 

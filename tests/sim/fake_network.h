@@ -64,6 +64,9 @@ class FakeNetwork {
   long receive(int fd, char* into, size_t room, int flags, sockaddr* from, socklen_t* from_size);
   int poll(pollfd* fds, nfds_t count, int timeout_ms);
   int select(int count, fd_set* read, fd_set* write, fd_set* error, const timeval* timeout);
+  int epoll_create();
+  int epoll_control(int set, int operation, int fd, const epoll_event& event);
+  int epoll_wait(int set, epoll_event* events, int most, int timeout_ms);
 
   // --- The simulator's ---
 
@@ -97,6 +100,7 @@ class FakeNetwork {
   short readiness(const FakeSocket& socket) const;
   int look(pollfd* fds, const Polled& polled) const;
   int interrupt(pollfd* fds, const Polled& polled);
+  int look(const FakeSocket::Watched& watched, epoll_event* events, int most) const;
 
   int connect_stream(const FakeSocketPtr& socket);
   int connect_refused(FakeSocket& socket);

@@ -2,9 +2,12 @@
 #ifndef TARN_TESTS_SIM_FAKE_SOCKET_H_
 #define TARN_TESTS_SIM_FAKE_SOCKET_H_
 
+#include <sys/epoll.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -19,6 +22,13 @@ struct Address {
 constexpr uint32_t kLoopback = 0x7F000001;
 
 struct FakeSocket {
+  // By descriptor, what a set watches and tells of it.
+  struct Watch {
+    std::weak_ptr<FakeSocket> socket;
+    epoll_event event;
+  };
+  using Watched = std::map<int, Watch>;
+
   struct Datagram {
     uint16_t from;
     std::string bytes;
@@ -49,6 +59,8 @@ struct FakeSocket {
   std::weak_ptr<FakeSocket> other;                  // the connection's other end
   std::string bytes;                                // that have come
   bool ended = false;                               // nothing comes any more
+
+  std::unique_ptr<Watched> watched;  // of what is no socket, but a set
 };
 
 using FakeSocketPtr = std::shared_ptr<FakeSocket>;

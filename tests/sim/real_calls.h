@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <semaphore.h>
+#include <sys/epoll.h>
 #include <sys/select.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -34,6 +35,9 @@ ssize_t __real_recvfrom(int fd, void* into, size_t room, int flags, sockaddr* fr
                         socklen_t* from_size);
 ssize_t __real_readv(int fd, const iovec* parts, int count);
 int __real_poll(pollfd* fds, nfds_t count, int timeout);
+int __real_epoll_create1(int flags);
+int __real_epoll_ctl(int set, int operation, int fd, epoll_event* event);
+int __real_epoll_wait(int set, epoll_event* events, int most, int timeout);
 int __real_select(int count, fd_set* read, fd_set* write, fd_set* error, timeval* timeout);
 }
 

@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -182,6 +183,23 @@ int __wrap_select(int count, fd_set* read, fd_set* write, fd_set* error, timeval
   return simulate(kNoDescriptor, [=](FakeNetwork& network) {
     return network.select(count, read, write, error, timeout);
   });
+}
+
+int __wrap_epoll_create1(int flags) {
+  if (!is_simulated()) return __real_epoll_create1(flags);
+  return simulate(kNoDescriptor, [](FakeNetwork& network) { return network.epoll_create(); });
+}
+
+int __wrap_epoll_ctl(int set, int operation, int fd, epoll_event* event) {
+  if (!is_simulated()) return __real_epoll_ctl(set, operation, fd, event);
+  return simulate(
+      set, [=](FakeNetwork& network) { return network.epoll_control(set, operation, fd, *event); });
+}
+
+int __wrap_epoll_wait(int set, epoll_event* events, int most, int timeout) {
+  if (!is_simulated()) return __real_epoll_wait(set, events, most, timeout);
+  return simulate(
+      set, [=](FakeNetwork& network) { return network.epoll_wait(set, events, most, timeout); });
 }
 
 }  // extern "C"
