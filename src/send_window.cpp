@@ -71,11 +71,12 @@ void SendWindow::keep(unsigned short seq, SegmentBytes&& segment) {
   Bucket& bucket = buckets[current];
   // Counted even where the bucket holds this number already and keeps the old packet.
   ++count_;
-  if (spare_count_ == 0) {
+  if (!spares_) spares_ = std::make_unique<Spares>();
+  if (spares_->count == 0) {
     bucket.try_emplace(seq, std::move(segment));
     return;
   }
-  Bucket::node_type& node = spares_[--spare_count_];
+  Bucket::node_type& node = spares_->nodes[--spares_->count];
   node.key() = seq;
   char* const memory = node.mapped().release();
   node.mapped() = std::move(segment);
@@ -85,15 +86,15 @@ void SendWindow::keep(unsigned short seq, SegmentBytes&& segment) {
 
 void SendWindow::drop(Bucket& bucket, Bucket::iterator packet) {
   --count_;
-  if (spare_count_ < kMaxSpares) {
-    spares_[spare_count_++] = bucket.extract(packet);
+  if (spares_ && spares_->count < kMaxSpares) {
+    spares_->nodes[spares_->count++] = bucket.extract(packet);
   } else {
     bucket.erase(packet);
   }
 }
 
 void SendWindow::drop_spares() {
-  while (spare_count_ > 0) spares_[--spare_count_] = Bucket::node_type();
+  spares_.reset();
   delete[] spare_memory_.exchange(nullptr);
 }
 
@@ -161,7 +162,7 @@ bool SendWindow::begin_pass(Pass& pass) {
   pass.bucket = (current + kBucketCount - 1) % kBucketCount;
   current = (current + 1) % kBucketCount;
   if (count_ == 0) {
-    if (spare_count_ > 0) drop_spares();
+    if (spares_) drop_spares();
     return false;
   }
   const Bucket& bucket = buckets[pass.bucket];

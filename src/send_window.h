@@ -3,6 +3,7 @@
 #define TARN_SRC_SEND_WINDOW_H_
 
 #include <atomic>
+#include <memory>
 #include <vector>
 
 #include "oxutils/callback.h"
@@ -68,6 +69,11 @@ class SendWindow {
 
   using Bucket = SeqMap<SegmentBytes>;
 
+  struct Spares {
+    Bucket::node_type nodes[kMaxSpares];
+    unsigned int count = 0;
+  };
+
   // One turn of the rotation, as taken at its start.
   struct Pass {
     unsigned int bucket = 0;
@@ -90,7 +96,6 @@ class SendWindow {
   mutable oxutils::mutex lock_;
   unsigned int current OX_GUARDED_BY(lock_) = 0;  // bucket that receives new packets
   unsigned int count_ OX_GUARDED_BY(lock_) = 0;
-  unsigned int spare_count_ OX_GUARDED_BY(lock_) = 0;
   oxutils::Function resend_callback_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<int> timer_id_{0};
   unsigned int resend_logs_ OX_GUARDED_BY(lock_) = 0;  // thins out the log
@@ -98,7 +103,7 @@ class SendWindow {
   Bucket buckets[kBucketCount] OX_GUARDED_BY(lock_);
   // Nodes and bytes of packets that have been acknowledged, for the next ones. They go when nothing
   // is sent any more.
-  Bucket::node_type spares_[kMaxSpares] OX_GUARDED_BY(lock_);
+  std::unique_ptr<Spares> spares_ OX_GUARDED_BY(lock_);
   std::atomic<char*> spare_memory_{nullptr};  // of a segment; written and taken without lock_
 };
 
