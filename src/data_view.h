@@ -76,9 +76,10 @@ class DataView {
 
   void swap(DataView& other) noexcept { std::swap(*this, other); }
 
-  // Whether nobody else can change the bytes while this view's user has them: the block is lent,
-  // or its own and not shared.
-  bool is_exclusive() const { return blocks_.size() == 1 && (!blocks_.front() || is_sole_owner()); }
+  // Whether the one block is somebody else's, who lends it.
+  bool is_lent() const { return blocks_.size() == 1 && !blocks_.front(); }
+  // Whether the bytes are this view's own, and no other view's.
+  bool is_exclusive() const { return blocks_.size() == 1 && is_sole_owner(); }
 
   unsigned long size() const { return total() - offset_ - trim_; }
   // The first byte, after a merge() if there are two blocks. Requires: at least one block.

@@ -1,4 +1,4 @@
-// DatagramBuffer: room for one outgoing datagram.
+// DatagramBuffer: room for one datagram.
 #ifndef TARN_SRC_DATAGRAM_BUFFER_H_
 #define TARN_SRC_DATAGRAM_BUFFER_H_
 
@@ -6,7 +6,8 @@
 
 #include <memory>
 
-// `size` bytes, not initialised; on the stack for datagrams of usual size. Lives for one call.
+// `size` bytes, not initialised, aligned for anything; on the stack for datagrams of usual size.
+// Lives for one call.
 class DatagramBuffer {
  public:
   explicit DatagramBuffer(size_t size) : heap_(size > sizeof stack_ ? new char[size] : nullptr) {}
@@ -16,7 +17,7 @@ class DatagramBuffer {
   char* data() { return heap_ ? heap_.get() : stack_; }
 
  private:
-  char stack_[2048];
+  alignas(max_align_t) char stack_[2048];
   const std::unique_ptr<char[]> heap_;
 };
 

@@ -151,7 +151,7 @@ class HandleRegistry {
   Entry& make_entry(void* handle, const Pointer& object) OX_REQUIRES(lock_) {
     if (free_.empty()) {
       all_.push_back(std::make_unique<Entry>());
-      free_.reserve(all_.size());  // a removal allocates nothing
+      free_.reserve(all_.capacity());  // a removal allocates nothing
       free_.push_back(all_.back().get());
     }
     Entry& entry = *free_.back();

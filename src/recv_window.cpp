@@ -1,11 +1,14 @@
 #include "src/recv_window.h"
 
+#include <string.h>
+
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <utility>
 #include <vector>
 
+#include "src/datagram_buffer.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/wire_format.h"
@@ -27,29 +30,42 @@ void RecvWindow::log_input(unsigned short seq, unsigned char flag) const {
   TARN_LOG_DEBUG("tarn %p input seq %u flag %u ", static_cast<const void*>(this), seq, flag);
 }
 
+void RecvWindow::log_output(unsigned short seq) {
+  TARN_LOG_VERBOSE("recv window output seq %u", seq);
+}
+
 bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
   log_input(seq, flag);
   const bool last = ends_message(flag);
   if (!started) {
     // The peer's numbering begins at 0; there is no other place to start.
     if (seq != 0) return write_to_buffer(Packet{seq, data, last});
-    start();
     return deliver(seq, data, last);
   }
   if (SeqLatter()(last_seq, seq)) {
     if (seq != next_of(last_seq)) return write_to_buffer(Packet{seq, data, last});
     log_input(seq, flag);
-    // Whoever got the log line may have fed the same segment.
-    if (seq == next_of(last_seq)) return deliver(seq, data, last);
+    return deliver(seq, data, last);
   }
   mark_una_updated();  // a repetition: the peer is told again
   return true;
 }
 
 bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
+  log_output(seq);
+  // Whoever got the log lines may have fed the same segment.
+  if (!is_next(seq)) {
+    mark_una_updated();
+    return true;
+  }
+  if (!started) start();
   accept(seq, DataView(data), last);
   if (has_early_) try_release_buffer();
   return true;
+}
+
+bool RecvWindow::is_next(unsigned short seq) const {
+  return started ? seq == next_of(last_seq) : seq == 0;
 }
 
 void RecvWindow::start() {
@@ -65,17 +81,14 @@ void RecvWindow::mark_una_updated() {
 }
 
 void RecvWindow::advance(unsigned short seq) {
-  {
-    const oxutils::scoped_lock hold(lock_);
-    // A jump: what waits may now lie on the other side of last_seq.
-    const bool jumps = seq != next_of(last_seq) && seq != last_seq;
-    if (jumps && !recv_buffer_.empty()) scattered_ = true;
-    last_seq = seq;
-    una_updated = true;
-    has_news_ = true;
-    if (!recv_buffer_.empty()) drop_stale(seq);
-  }
-  TARN_LOG_VERBOSE("recv window output seq %u", seq);
+  const oxutils::scoped_lock hold(lock_);
+  // A jump: what waits may now lie on the other side of last_seq.
+  const bool jumps = seq != next_of(last_seq) && seq != last_seq;
+  if (jumps && !recv_buffer_.empty()) scattered_ = true;
+  last_seq = seq;
+  una_updated = true;
+  has_news_ = true;
+  if (!recv_buffer_.empty()) drop_stale(seq);
 }
 
 // Delivered past the buffer while a copy waited there: from inside a callback, or before number 0
@@ -85,21 +98,40 @@ void RecvWindow::drop_stale(unsigned short seq) {
   if (take_buffered(seq, stale)) unlist(seq);
 }
 
+void RecvWindow::output(Packet& p) {
+  log_output(p.seq);
+  accept(p.seq, DataView(p.data), p.flag != 0);
+}
+
+// No line is logged between a number's turn and what becomes of its bytes: whoever gets it may feed
+// the next number.
 void RecvWindow::accept(unsigned short seq, DataView&& data, bool last) {
   advance(seq);
   if (!last) {
+    stage(data);
     TARN_LOG_VERBOSE("staging seq %u len %d", seq, static_cast<int>(data.size()));
-    stage(data);
-    return;
+  } else if (!is_staging_ && data.is_lent()) {
+    deliver_copy(data);
+  } else {
+    if (is_staging_ || !data.is_exclusive()) {
+      stage(data);
+      data = take_staged();
+    }
+    if (output_callback_) output_callback_(std::move(data));
   }
-  if (is_staging_ || !data.is_exclusive()) {
-    stage(data);
-    data = take_staged();
-  }
-  if (output_callback_) output_callback_(std::move(data));
+}
+
+// The receiver may change its message, but not the bytes of whoever feeds the window.
+void RecvWindow::deliver_copy(DataView& data) {
+  const size_t size = data.size();
+  DatagramBuffer copy(size);
+  if (size > 0) memcpy(copy.data(), data.data(), size);
+  Block block(copy.data(), size);
+  if (output_callback_) output_callback_(DataView::lend(block));
 }
 
 void RecvWindow::output(unsigned short seq, DataView& data) {
+  log_output(seq);
   advance(seq);
   if (output_callback_) output_callback_(DataView(data));
 }
@@ -107,8 +139,10 @@ void RecvWindow::output(unsigned short seq, DataView& data) {
 void RecvWindow::stage(DataView& fragment) {
   if (!is_staging_) staging.reserve(last_message_size_);
   is_staging_ = true;
+  const size_t size = fragment.size();
+  if (size == 0) return;
   const char* const bytes = fragment.data();
-  staging.insert(staging.end(), bytes, bytes + fragment.size());
+  staging.insert(staging.end(), bytes, bytes + size);
 }
 
 // Before the message is delivered: its receiver may feed this window again.
@@ -149,7 +183,9 @@ void RecvWindow::store(Packet&& p) {
 void RecvWindow::try_release_buffer() {
   Packet packet;
   while (take_next(packet)) {
-    accept(packet.seq, std::move(packet.data), packet.flag != 0);
+    log_output(packet.seq);
+    const bool fed_meanwhile = packet.seq != next_of(last_seq);
+    if (!fed_meanwhile) accept(packet.seq, std::move(packet.data), packet.flag != 0);
     const oxutils::scoped_lock hold(lock_);
     unlist(packet.seq);
   }

@@ -23,8 +23,8 @@ class RecvWindow {
   RecvWindow(const RecvWindow&) = delete;
   RecvWindow& operator=(const RecvWindow&) = delete;
 
-  // `f` takes each message as a DataView. One that came in a lent datagram is handed on where it
-  // lies and is valid only during the call; any other is a contiguous copy.
+  // `f` takes each message as a DataView, a contiguous copy. That of a message which came whole in
+  // a lent datagram is valid only during the call.
   void set_output_callback(oxutils::Function f) { output_callback_ = std::move(f); }
 
   // One segment; `flag` is its place in the message. False when it came early and the buffer is
@@ -32,7 +32,7 @@ class RecvWindow {
   bool input(unsigned short seq, DataView& data, unsigned char flag) OX_EXCLUDES(lock_);
 
   // Takes the next segment in order; delivers the message if it is the last one of it.
-  void output(Packet& p) OX_EXCLUDES(lock_) { accept(p.seq, DataView(p.data), p.flag != 0); }
+  void output(Packet& p) OX_EXCLUDES(lock_);
   // Delivers `data` as a message of its own and makes `seq` the last number in order.
   void output(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
 
@@ -58,13 +58,17 @@ class RecvWindow {
  private:
   // The next segment in order, and what waited for it.
   bool deliver(unsigned short seq, const DataView& data, bool last) OX_EXCLUDES(lock_);
-  // output() with a view to give away.
+  // Whether the stream goes on, or begins, with `seq`.
+  bool is_next(unsigned short seq) const;
+  // Makes `seq` the last number in order; delivers the message if it is the last segment of it.
   void accept(unsigned short seq, DataView&& data, bool last) OX_EXCLUDES(lock_);
   void start() OX_EXCLUDES(lock_);
   // Makes `seq` the last number in order.
   void advance(unsigned short seq) OX_EXCLUDES(lock_);
   void mark_una_updated() OX_EXCLUDES(lock_);
+  void deliver_copy(DataView& data);
   void log_input(unsigned short seq, unsigned char flag) const;
+  static void log_output(unsigned short seq);
   // Adds a fragment to the message that is being put together.
   void stage(DataView& fragment);
   // The staged bytes; nothing is staged afterwards.

@@ -18,8 +18,8 @@ class SegmentBytes {
     const size_t room = capacity();
     if (size <= room && size >= room / 2) return;
     delete[] memory;
-    memory_ = new char[kHeadSize + size];
-    memcpy(memory_, &size, kHeadSize);
+    memory_ = new char[kCapacitySize + size];
+    memcpy(memory_, &size, kCapacitySize);
   }
   SegmentBytes(SegmentBytes&& other) noexcept { swap(other); }
   SegmentBytes& operator=(SegmentBytes&& other) noexcept {
@@ -33,8 +33,8 @@ class SegmentBytes {
     std::swap(size_, other.size_);
   }
 
-  char* data() { return memory_ + kHeadSize; }
-  const char* data() const { return memory_ + kHeadSize; }
+  char* data() { return memory_ + kCapacitySize; }
+  const char* data() const { return memory_ + kCapacitySize; }
   size_t size() const { return size_; }
 
   // The memory, for another segment; the caller owns it, as an array of char. Null if there is
@@ -46,11 +46,11 @@ class SegmentBytes {
 
  private:
   // The capacity stands in front of the bytes.
-  static constexpr size_t kHeadSize = sizeof(size_t);
+  static constexpr size_t kCapacitySize = sizeof(size_t);
 
   size_t capacity() const {
     size_t capacity = 0;
-    if (memory_ != nullptr) memcpy(&capacity, memory_, kHeadSize);
+    if (memory_ != nullptr) memcpy(&capacity, memory_, kCapacitySize);
     return capacity;
   }
 

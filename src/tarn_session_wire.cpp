@@ -30,9 +30,11 @@ bool TarnSession::parse_segment(DataView& view, Segment& seg) {
   const size_t size = reader.rest();
   DatagramReader::Segment read;
   const bool is_segment = reader.read_segment(read);
-  if (reader.rest() < size) view.consume_front(size - reader.rest() - read.size);
-  seg.type = read.type;
-  seg.flag = read.flag;
+  if (reader.rest() < size) {
+    view.consume_front(size - reader.rest() - read.size);
+    seg.type = read.type;
+    seg.flag = read.flag;
+  }
   if (is_segment) seg.data = view.slice(read.size);
   return is_segment;
 }

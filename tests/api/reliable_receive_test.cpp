@@ -1,8 +1,11 @@
 // In order, once, whole: what the reliable callback gets.
 #include <rapidcheck.h>
 
+#include <atomic>
+#include <cstddef>
 #include <random>
 
+#include "tests/support/kept.h"
 #include "tests/support/session_fixture.h"
 
 using namespace tarn_test;
@@ -132,6 +135,43 @@ TEST_F(ReliableReceive, TheBytesOfADatagramAreNotNeededAfterItsInput) {
   std::fill(first, first + sizeof first, '?');
 
   EXPECT_EQ(a.reliable_received.all(), std::vector<Bytes>{bytes_of("ab")});
+}
+
+TEST_F(ReliableReceive, ACallbackThatChangesItsMessageLeavesTheDatagramAlone) {
+  Endpoint a;
+  tarn_set_recv_reliable_callback(
+      a.handle(),
+      [](char* message, int len, void*) {
+        std::fill(message, message + len, '?');
+        return 0;
+      },
+      nullptr);
+  const Bytes sent = whole(0);
+  std::vector<char> fed(sent.begin(), sent.end());
+
+  tarn_input(a.handle(), fed.data(), static_cast<int>(fed.size()));
+
+  EXPECT_EQ(Bytes(fed.begin(), fed.end()), sent);
+}
+
+TEST_F(ReliableReceive, AMessageIsAlignedForAnything) {
+  Endpoint a;
+  auto& misplaced = kept<std::atomic<int>>();
+  tarn_set_recv_reliable_callback(
+      a.handle(),
+      [](char* message, int, void* count) {
+        const bool aligned = reinterpret_cast<uintptr_t>(message) % alignof(std::max_align_t) == 0;
+        if (!aligned) ++*static_cast<std::atomic<int>*>(count);
+        return 0;
+      },
+      &misplaced);
+
+  // At once; from the buffer; joined; larger than any datagram is expected to be.
+  for (const int n : {0, 2, 1}) a.input(whole(n));
+  a.input(datagram({reliable(3, number(3), kFirst), reliable(4, number(4), kLast)}));
+  a.input(datagram({reliable(5, pattern(5000, 1))}));
+
+  EXPECT_EQ(misplaced, 0);
 }
 
 TEST_F(ReliableReceive, NumbersWrapFrom65535To0) {

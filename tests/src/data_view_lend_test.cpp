@@ -51,7 +51,10 @@ TEST_F(LentView, DeepCopyOfACopyLeavesTheOthersLent) {
   EXPECT_EQ(text_of(view_), "!!!!!!!!!!");
 }
 
-TEST_F(LentView, IsItsUsersAlone) { EXPECT_TRUE(view_.is_exclusive()); }
+TEST_F(LentView, IsNotItsUsersAlone) {
+  EXPECT_TRUE(view_.is_lent());
+  EXPECT_FALSE(view_.is_exclusive());
+}
 
 TEST_F(LentView, AppendCopiesItsBytes) {
   DataView view = owned_view("ab");

@@ -44,7 +44,7 @@ std::string ViewModel::text() const { return all_bytes().substr(offset_, size())
 bool ViewModel::is_exclusive() const {
   if (blocks_.size() != 1) return false;
   const BlockPtr& block = blocks_.front();
-  if (block->is_lent) return true;
+  if (block->is_lent) return false;
   return block->is_own && !block->memory->empty() && block.use_count() == 1;
 }
 
