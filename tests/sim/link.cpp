@@ -19,8 +19,8 @@ void Link::send(uint64_t now, std::string_view datagram, bool feedback_only) {
   }
   std::string bytes(datagram);
   damage(bytes);
-  if (random_.chance(settings_.duplicate)) on_the_way_.emplace(departure + draw_delay(), bytes);
-  on_the_way_.emplace(departure + draw_delay(), std::move(bytes));
+  if (random_.chance(settings_.duplicate)) on_the_way_.emplace(draw_arrival(departure), bytes);
+  on_the_way_.emplace(draw_arrival(departure), std::move(bytes));
 }
 
 bool Link::is_lost(uint64_t now, bool feedback_only) {
@@ -58,6 +58,11 @@ uint64_t Link::draw_delay() {
   if (settings_.jitter_ns > 0) delay += random_.between(0, settings_.jitter_ns);
   if (random_.chance(settings_.reorder)) delay += random_.between(0, settings_.reorder_ns);
   return delay;
+}
+
+uint64_t Link::draw_arrival(uint64_t departure) {
+  const uint64_t arrival = departure + draw_delay();
+  return settings_.in_order ? std::max(arrival, last_due()) : arrival;
 }
 
 std::optional<std::string> Link::receive(uint64_t now) {

@@ -17,6 +17,7 @@ namespace tarn_sim {
 struct LinkSettings {
   uint64_t delay_ns = 0;
   uint64_t jitter_ns = 0;  // up to this much more, which reorders
+  bool in_order = false;   // unless nothing overtakes what has left before it
   double loss = 0;
   double burst_begin = 0;  // from good to lossy, per datagram
   double burst_end = 1;    // and back
@@ -64,6 +65,8 @@ class Link {
   uint64_t pass_bottleneck(uint64_t now, size_t size);
   void damage(std::string& datagram);
   uint64_t draw_delay();
+  // When a datagram that departs then arrives.
+  uint64_t draw_arrival(uint64_t departure);
 
   Random random_;
   LinkSettings settings_;

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/sim/measurement.h"
 #include "tests/sim/runner.h"
 
 namespace {
@@ -22,6 +23,8 @@ struct Options {
   bool list = false;
   bool trace = false;
   bool hash = false;
+  bool json = false;
+  bool check = false;
   unsigned int jobs = std::max(1U, std::thread::hardware_concurrency());
 };
 
@@ -60,6 +63,22 @@ void report(const tarn_sim::Runner& runner, const Options& options, double secon
       total.messages, total.datagrams, total.points, total.events);
 }
 
+CLI::App* add_measure(CLI::App& app, Options& options) {
+  CLI::App* const measure =
+      app.add_subcommand("measure", "Measure latency and throughput, drawn from the seed");
+  measure->fallthrough();
+  CLI::Option* const json = measure->add_flag("--json", options.json, "Print JSON");
+  measure
+      ->add_flag("--check", options.check, "Compare with what the design comes to; 1 if it differs")
+      ->excludes(json);
+  return measure;
+}
+
+tarn_sim::Report report_of(const Options& options) {
+  if (options.check) return tarn_sim::Report::kCheck;
+  return options.json ? tarn_sim::Report::kJson : tarn_sim::Report::kTable;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -75,8 +94,10 @@ int main(int argc, char** argv) {
   app.add_flag("--trace", options.trace, "Print what happens");
   app.add_flag("--hash", options.hash, "Print nothing but the hash of everything that happened");
   app.add_option("--jobs", options.jobs, "Runs at a time")->capture_default_str();
+  const CLI::App* const measure = add_measure(app, options);
   CLI11_PARSE(app, argc, argv);
   fix_addresses(argv);
+  if (measure->parsed()) tarn_sim::measure(options.first, report_of(options));
   if (options.list) {
     list_plans();
     return 0;

@@ -17,6 +17,9 @@ struct Settings {
   bool acknowledges() const { return mtu >= 6 && rtx_timeout > 0; }
 };
 
+// Makes them the library's.
+void apply(const Settings& settings);
+
 }  // namespace tarn_sim
 
 #endif  // TARN_TESTS_SIM_SETTINGS_H_

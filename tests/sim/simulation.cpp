@@ -50,19 +50,9 @@ void Simulation::start_library() {
   tarn_init();
 }
 
-void Simulation::configure(const Settings& settings) {
-  const InsideLibrary inside;
-  tarn_config_mtu(settings.mtu);
-  tarn_config_rtx_timeout(settings.rtx_timeout);
-  tarn_config_active_timeout(settings.active_timeout);
-  tarn_config_send_window_size(settings.send_window);
-  tarn_config_recv_window_size(settings.recv_window);
-  tarn_config_thread_safe(settings.thread_safe);
-}
-
 void Simulation::warm_up() {
   for (const Round& round : plan_.rounds) {
-    configure(round.settings);
+    apply(round.settings);
     create_and_destroy_sessions();
     world_.scheduler().sleep(kQuiet + round.settings.rtx_timeout * kNsPerMs);
   }
@@ -119,7 +109,7 @@ Outcome Simulation::run() {
 }
 
 void Simulation::play(const Round& round) {
-  configure(round.settings);
+  apply(round.settings);
   for (const ConversationPlan& each : round.conversations) {
     conversations_.push_back(
         std::make_unique<Conversation>(world_, plan_, round, each, random_.fork(), lobby_));

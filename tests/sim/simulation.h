@@ -40,7 +40,6 @@ class Simulation {
   void start_library();
   void warm_up();
   void warm_up_sockets();
-  void configure(const Settings& settings);
   void play(const Round& round);
   void talk(const Round& round);
   void disturb();
