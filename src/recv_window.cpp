@@ -1,14 +1,11 @@
 #include "src/recv_window.h"
 
-#include <string.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 #include <utility>
 #include <vector>
 
-#include "src/datagram_buffer.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/wire_format.h"
@@ -110,24 +107,13 @@ void RecvWindow::accept(unsigned short seq, DataView&& data, bool last) {
   if (!last) {
     stage(data);
     TARN_LOG_VERBOSE("staging seq %u len %d", seq, static_cast<int>(data.size()));
-  } else if (!is_staging_ && data.is_lent()) {
-    deliver_copy(data);
-  } else {
-    if (is_staging_ || !data.is_exclusive()) {
-      stage(data);
-      data = take_staged();
-    }
-    if (output_callback_) output_callback_(std::move(data));
+    return;
   }
-}
-
-// The receiver may change its message, but not the bytes of whoever feeds the window.
-void RecvWindow::deliver_copy(DataView& data) {
-  const size_t size = data.size();
-  DatagramBuffer copy(size);
-  if (size > 0) memcpy(copy.data(), data.data(), size);
-  Block block(copy.data(), size);
-  if (output_callback_) output_callback_(DataView::lend(block));
+  if (is_staging_ || !(data.is_lent() || data.is_exclusive())) {
+    stage(data);
+    data = take_staged();
+  }
+  if (output_callback_) output_callback_(std::move(data));
 }
 
 void RecvWindow::output(unsigned short seq, DataView& data) {

@@ -66,7 +66,6 @@ class RecvWindow {
   // Makes `seq` the last number in order.
   void advance(unsigned short seq) OX_EXCLUDES(lock_);
   void mark_una_updated() OX_EXCLUDES(lock_);
-  void deliver_copy(DataView& data);
   void log_input(unsigned short seq, unsigned char flag) const;
   static void log_output(unsigned short seq);
   // Adds a fragment to the message that is being put together.

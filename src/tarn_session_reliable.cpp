@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "src/datagram_buffer.h"
 #include "src/tarn_log.h"
 #include "src/tarn_session.h"
 #include "src/wire_format.h"
@@ -112,5 +113,13 @@ void TarnSession::deliver_reliable(DataView message) {
     return;
   }
   TARN_LOG_VERBOSE("tarn %p recv reliable len %lu", static_cast<void*>(this), size);
-  callback.function(message.data(), static_cast<int>(size), callback.user);
+  const auto len = static_cast<int>(size);
+  if (!message.is_lent()) {
+    callback.function(message.data(), len, callback.user);
+    return;
+  }
+  // The application may change its message, but not the datagram of whoever feeds the session.
+  DatagramBuffer copy(size);
+  memcpy(copy.data(), message.data(), size);
+  callback.function(copy.data(), len, callback.user);
 }
