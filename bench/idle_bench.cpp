@@ -1,13 +1,17 @@
-// What sessions cost that nobody uses: the share of one core, and heap.
+// What sessions cost that nobody uses: the share of one core, and heap; and what it costs to create
+// and destroy one.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <vector>
-
+#include "bench/one_cpu.h"
+#include "bench/repetitions.h"
+#include "bench/sessions.h"
+#include "bench/worker.h"
 #include "tarn/tarn.h"
 
+namespace bench {
 namespace {
 
 double process_cpu_seconds() {
@@ -18,15 +22,12 @@ double process_cpu_seconds() {
 
 void IdleSessions(benchmark::State& state) {
   constexpr unsigned int kSeconds = 2;
-  tarn_config_rtx_timeout(50);
-  tarn_config_active_timeout(3'600'000);
+  const auto count = static_cast<size_t>(state.range(0));
   tarn_init();
+  wait_for_worker();
   const size_t heap_before = mallinfo2().uordblks;
-  std::vector<void*> sessions(static_cast<size_t>(state.range(0)));
-  for (void*& session : sessions) session = tarn_create();
-  sleep(1);  // the worker files the timers
+  const Sessions sessions(count);
   const size_t heap = mallinfo2().uordblks - heap_before;
-
   double cpu = 0;
   for (auto _ : state) {
     const double before = process_cpu_seconds();
@@ -35,17 +36,32 @@ void IdleSessions(benchmark::State& state) {
     state.SetIterationTime(cpu);
   }
   state.counters["core_percent"] = cpu * 100;
-  state.counters["heap_per_session"] =
-      static_cast<double>(heap) / static_cast<double>(sessions.size());
-  for (void* session : sessions) tarn_destroy(session);
-  sleep(1);
+  state.counters["heap_per_session"] = static_cast<double>(heap) / static_cast<double>(count);
+  if (!sessions.complete()) state.SkipWithError("a session was not created");
 }
-BENCHMARK(IdleSessions)->Arg(1000)->Arg(10000)->Iterations(1)->UseManualTime();
+BENCHMARK(IdleSessions)->Arg(1000)->Arg(10000)->UseManualTime()->Apply(times<1>);
 
+// CPU time of both threads: the worker's share of the work is waited for.
 void CreateAndDestroy(benchmark::State& state) {
-  tarn_init();
-  for (auto _ : state) tarn_destroy(tarn_create());
+  constexpr int kBatch = 100;
+  const OneCpu here;
+  const Sessions others(static_cast<size_t>(state.range(0)));
+  bool done = others.complete();
+  while (state.KeepRunningBatch(kBatch)) {
+    for (int i = 0; i < kBatch; ++i) {
+      void* const session = tarn_create();
+      done = session != nullptr && tarn_destroy(session) == 0 && done;
+    }
+    wait_for_worker();
+  }
+  if (!done) state.SkipWithError("a session was not created or not destroyed");
 }
-BENCHMARK(CreateAndDestroy);
+BENCHMARK(CreateAndDestroy)
+    ->Arg(10)
+    ->Arg(10000)
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Apply(times<20'000>);
 
 }  // namespace
+}  // namespace bench

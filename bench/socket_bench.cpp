@@ -1,155 +1,185 @@
 // Datagrams through the library's sockets, beside the same datagrams with nothing but system calls.
 // In both, one thread sends a burst over loopback and waits until the other one has taken it.
-#include <arpa/inet.h>
 #include <benchmark/benchmark.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <chrono>
+#include <memory>
 #include <thread>
 #include <vector>
 
-#include "tarn/io.h"
+#include "bench/arrivals.h"
+#include "bench/attached_session.h"
+#include "bench/one_cpu.h"
+#include "bench/repetitions.h"
+#include "bench/settings.h"
+#include "bench/udp_socket.h"
+#include "bench/worker.h"
 #include "tarn/tarn.h"
 
+namespace bench {
 namespace {
 
-constexpr int kBurst = 16;
+constexpr long kBurst = 32;  // fits into a socket's buffer
 constexpr int kPatienceMs = 1000;
-constexpr size_t kMaxDatagram = 1500;
-
-struct Address {
-  sockaddr_in in = {};
-  unsigned short port() const { return ntohs(in.sin_port); }
-};
-
-// A non-blocking UDP socket on a free port of loopback.
-int open_socket(Address& address) {
-  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-  address.in.sin_family = AF_INET;
-  address.in.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address.in;
-  bind(fd, reinterpret_cast<sockaddr*>(&address.in), size);
-  getsockname(fd, reinterpret_cast<sockaddr*>(&address.in), &size);
-  return fd;
-}
-
-void connect_to(int fd, const Address& peer) {
-  connect(fd, reinterpret_cast<const sockaddr*>(&peer.in), sizeof peer.in);
-}
-
-int count_message(char*, int, void* count) {
-  ++*static_cast<std::atomic<long>*>(count);
-  return 0;
-}
-
-// Waits until `count` is `expected`. False when it does not get there.
-bool wait_for(const std::atomic<long>& count, long expected) {
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kPatienceMs);
-  while (count < expected) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::yield();
-  }
-  return true;
-}
 
 // Two sessions, each attached to a socket of the library; the I/O thread feeds both.
 class AttachedPair {
  public:
   AttachedPair() {
+    Settings().apply();
     tarn_init();
-    std::array<Address, 2> addresses;
-    std::array<int, 2> fds = {open_socket(addresses[0]), open_socket(addresses[1])};
+    std::array<UdpSocket, 2> sockets;
+    for (size_t i = 0; i < 2; ++i) sockets[i].connect(sockets[1 - i]);
     for (size_t i = 0; i < 2; ++i) {
-      connect_to(fds[i], addresses[1 - i]);
-      ios_[i] = tarn_create_io_from_fd(fds[i]);
-      sessions_[i] = tarn_create();
-      tarn_set_conv(sessions_[i], 1);
-      tarn_set_recv_unreliable_callback(sessions_[i], count_message, &received());
-      tarn_attach_io(sessions_[i], ios_[i]);
+      sessions_[i] = std::make_unique<AttachedSession>(sockets[i], arrivals_);
     }
   }
   ~AttachedPair() {
-    for (void* io : ios_) tarn_destroy_io(io);
-    for (void* session : sessions_) tarn_destroy(session);
+    for (auto& session : sessions_) session.reset();
+    wait_for_worker();
   }
-  AttachedPair(const AttachedPair&) = delete;
-  AttachedPair& operator=(const AttachedPair&) = delete;
 
-  bool exchange(std::vector<char>& message) {
-    const long expected = received() + kBurst;
-    for (int i = 0; i < kBurst; ++i) {
-      tarn_send_unreliable(sessions_[0], message.data(), static_cast<int>(message.size()));
-    }
-    return wait_for(received(), expected);
+  Arrivals& arrivals() { return arrivals_; }
+
+  void send(std::vector<char>& message) {
+    tarn_send_unreliable(sessions_[0]->handle(), message.data(), static_cast<int>(message.size()));
   }
 
  private:
-  // Lives for ever: the I/O thread may still be counting.
-  static std::atomic<long>& received() {
-    static auto& count = *new std::atomic<long>(0);
-    return count;
-  }
-
-  std::array<void*, 2> ios_ = {};
-  std::array<void*, 2> sessions_ = {};
+  Arrivals arrivals_;
+  std::array<std::unique_ptr<AttachedSession>, 2> sessions_;
 };
 
 // The least that could be done: a thread that polls, and receives one datagram per turn.
 class BarePair {
  public:
   BarePair() {
-    std::array<Address, 2> addresses;
-    for (size_t i = 0; i < 2; ++i) fds_[i] = open_socket(addresses[i]);
-    for (size_t i = 0; i < 2; ++i) connect_to(fds_[i], addresses[1 - i]);
+    for (size_t i = 0; i < 2; ++i) sockets_[i].connect(sockets_[1 - i]);
     reader_ = std::thread([this] { read(); });
   }
   ~BarePair() {
     stopped_ = true;
-    send(fds_[0], "", 1, 0);
+    ::send(sockets_[0].fd(), "", 1, 0);
     reader_.join();
-    for (const int fd : fds_) close(fd);
   }
   BarePair(const BarePair&) = delete;
   BarePair& operator=(const BarePair&) = delete;
 
-  bool exchange(std::vector<char>& message) {
-    const long expected = received_ + kBurst;
-    for (int i = 0; i < kBurst; ++i) send(fds_[0], message.data(), message.size(), 0);
-    return wait_for(received_, expected);
+  Arrivals& arrivals() { return arrivals_; }
+
+  void send(std::vector<char>& message) {
+    ::send(sockets_[0].fd(), message.data(), message.size(), 0);
   }
 
  private:
   void read() {
     char datagram[kMaxDatagram];
     while (!stopped_) {
-      pollfd ready = {fds_[1], POLLIN, 0};
+      pollfd ready = {sockets_[1].fd(), POLLIN, 0};
       poll(&ready, 1, kPatienceMs);
-      if (recv(fds_[1], datagram, sizeof datagram, 0) > 0) ++received_;
+      if (recv(sockets_[1].fd(), datagram, sizeof datagram, 0) > 0) arrivals_.add();
     }
   }
 
-  std::array<int, 2> fds_ = {};
+  std::array<UdpSocket, 2> sockets_;
   std::atomic<bool> stopped_{false};
-  std::atomic<long> received_{0};
+  Arrivals arrivals_;
   std::thread reader_;
 };
 
 template <typename Pair>
-void Datagrams(benchmark::State& state) {
+void Datagram(benchmark::State& state) {
+  const OneCpu here;
   Pair pair;
   std::vector<char> message(static_cast<size_t>(state.range(0)), 'x');
-  for (auto _ : state) {
-    if (pair.exchange(message)) continue;
+  while (state.KeepRunningBatch(kBurst)) {
+    pair.arrivals().expect(kBurst);
+    for (long i = 0; i < kBurst; ++i) pair.send(message);
+    if (pair.arrivals().wait()) continue;
     state.SkipWithError("datagrams were lost");
     break;
   }
-  state.SetItemsProcessed(kBurst * static_cast<long>(state.iterations()));
 }
-BENCHMARK_TEMPLATE(Datagrams, BarePair)->Arg(64)->Arg(1024)->UseRealTime();
-BENCHMARK_TEMPLATE(Datagrams, AttachedPair)->Arg(64)->Arg(1024)->UseRealTime();
+BENCHMARK_TEMPLATE(Datagram, BarePair)->Arg(64)->Arg(1024)->Apply(with_all_threads);
+BENCHMARK_TEMPLATE(Datagram, AttachedPair)->Arg(64)->Arg(1024)->Apply(with_all_threads);
+
+int keep_datagram(char* data, int len, void* kept) {
+  static_cast<std::vector<char>*>(kept)->assign(data, data + len);
+  return 0;
+}
+
+// As a session frames an unreliable message.
+std::vector<char> framed_message(size_t size) {
+  std::vector<char> message(size, 'x');
+  std::vector<char> datagram;
+  void* const session = tarn_create();
+  tarn_set_conv(session, 1);
+  tarn_set_output_callback(session, keep_datagram, &datagram);
+  tarn_send_unreliable(session, message.data(), static_cast<int>(size));
+  tarn_destroy(session);
+  wait_for_worker();
+  return datagram;
+}
+
+// Sessions, each with a socket of its own, and one bare socket that sends to the first of them, as
+// many as are active, in turn.
+class ManySockets {
+ public:
+  ManySockets(size_t count, size_t active) {
+    Settings().apply();
+    tarn_init();
+    datagram_ = framed_message(64);
+    for (size_t i = 0; i < count; ++i) {
+      UdpSocket socket;
+      if (i < active) targets_.push_back(socket.address());
+      sessions_.push_back(std::make_unique<AttachedSession>(socket, arrivals_));
+    }
+    wait_for_worker();
+  }
+  ~ManySockets() {
+    sessions_.clear();
+    wait_for_worker();
+  }
+
+  Arrivals& arrivals() { return arrivals_; }
+
+  void send() {
+    const sockaddr_in& to = targets_[next_++ % targets_.size()];
+    sendto(sender_.fd(), datagram_.data(), datagram_.size(), 0,
+           reinterpret_cast<const sockaddr*>(&to), sizeof to);
+  }
+
+ private:
+  UdpSocket sender_;
+  std::vector<char> datagram_;
+  std::vector<sockaddr_in> targets_;
+  size_t next_ = 0;
+  Arrivals arrivals_;
+  std::vector<std::unique_ptr<AttachedSession>> sessions_;
+};
+
+void ReceivedDatagram(benchmark::State& state) {
+  const OneCpu here;
+  ManySockets sockets(static_cast<size_t>(state.range(0)), static_cast<size_t>(state.range(1)));
+  while (state.KeepRunningBatch(kBurst)) {
+    sockets.arrivals().expect(kBurst);
+    for (long i = 0; i < kBurst; ++i) sockets.send();
+    if (sockets.arrivals().wait()) continue;
+    state.SkipWithError("datagrams were lost");
+    break;
+  }
+}
+BENCHMARK(ReceivedDatagram)
+    ->ArgNames({"sockets", "active"})
+    ->Args({1, 1})
+    ->Args({1000, 1000})
+    ->Args({1000, 1})
+    ->MeasureProcessCPUTime()
+    ->UseRealTime()
+    ->Apply(times<32 * 500>);
 
 }  // namespace
+}  // namespace bench
