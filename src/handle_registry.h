@@ -67,9 +67,11 @@ class HandleRegistry {
 
   // Empty for a handle that is not registered.
   Hold hold(void* handle) OX_EXCLUDES(lock_) {
-    Entry* const cached =
-        cache_.load(std::memory_order_acquire)->slot(handle).load(std::memory_order_acquire);
-    if (cached != nullptr && begin_use(*cached, handle)) return Hold(*this, cached);
+    Cache& cache = *cache_.load(std::memory_order_acquire);
+    for (size_t place = 0; place < Cache::kPlaces; ++place) {
+      Entry* const cached = cache.slot(handle, place).load(std::memory_order_acquire);
+      if (cached != nullptr && begin_use(*cached, handle)) return Hold(*this, cached);
+    }
     return find_and_hold(handle);
   }
 
@@ -112,9 +114,24 @@ class HandleRegistry {
     explicit Cache(unsigned int bits)
         : size(size_t{1} << bits), shift(64 - bits), slots(new std::atomic<Entry*>[size]()) {}
 
-    std::atomic<Entry*>& slot(const void* handle) {
+    // Where an entry may stand, all on one cache line.
+    static constexpr size_t kPlaces = 4;
+
+    std::atomic<Entry*>& slot(const void* handle, size_t place) {
       constexpr uint64_t kGolden = 0x9E3779B97F4A7C15;  // spreads neighbours over the whole range
-      return slots[reinterpret_cast<uintptr_t>(handle) * kGolden >> shift];
+      return slots[(reinterpret_cast<uintptr_t>(handle) * kGolden >> shift) ^ place];
+    }
+
+    // In the first place that is free, or else instead of whoever has the first one.
+    void put(const void* handle, Entry* entry) {
+      size_t place = 0;
+      while (place < kPlaces && !is_free(slot(handle, place))) ++place;
+      slot(handle, place % kPlaces).store(entry, std::memory_order_release);
+    }
+
+    static bool is_free(const std::atomic<Entry*>& slot) {
+      const Entry* const entry = slot.load(std::memory_order_acquire);
+      return entry == nullptr || (entry->state.load() & Entry::kRemoved) != 0;
     }
 
     const size_t size;
@@ -126,6 +143,7 @@ class HandleRegistry {
 
   // False when the entry is another handle's, or nobody's.
   bool begin_use(Entry& entry, void* handle) {
+    if (entry.handle.load(std::memory_order_relaxed) != handle) return false;  // not worth a count
     const uint32_t before = entry.state.fetch_add(Entry::kUser, std::memory_order_acq_rel);
     if ((before & Entry::kRemoved) == 0 && entry.handle.load(std::memory_order_relaxed) == handle) {
       return true;
@@ -167,7 +185,7 @@ class HandleRegistry {
     const auto found = entries_.find(handle);
     if (found == entries_.end()) return Hold(*this, nullptr);
     found->second->state.fetch_add(Entry::kUser, std::memory_order_acq_rel);
-    cache_.load()->slot(handle).store(found->second, std::memory_order_release);
+    cache_.load()->put(handle, found->second);
     return Hold(*this, found->second);
   }
 

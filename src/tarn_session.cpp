@@ -3,6 +3,7 @@
 #include <limits.h>
 #include <string.h>
 
+#include <atomic>
 #include <utility>
 
 #include "src/datagram_buffer.h"
@@ -14,6 +15,11 @@
 
 namespace {
 
+uint64_t next_number() {
+  static std::atomic<uint64_t> last{0};
+  return ++last;
+}
+
 void let_go(oxutils::shared_ptr<TarnSession>) {}
 
 void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
@@ -23,7 +29,7 @@ void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
 
 }  // namespace
 
-TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu) {
+TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu), number_(next_number()) {
   const oxutils::Function resend_function(this, &TarnSession::resend);
   send_window_.set_resend_callback(resend_function);
   recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::deliver_reliable));

@@ -75,6 +75,9 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void set_recv_reliable_callback(DataCallback callback, void* user);
   void set_recv_unreliable_callback(DataCallback callback, void* user);
   void set_error_callback(ErrorCallback callback, void* user);
+  // Tells this object from every other one that ever was; not 0.
+  uint64_t number() const { return number_; }
+
   // 0 means none.
   void set_conv(unsigned int conv) { conv_ = conv; }
   unsigned int get_conv() const { return conv_; }
@@ -171,8 +174,9 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // False when the session has been stopped meanwhile.
   bool send_segment(unsigned short seq, Bytes payload, unsigned char flag);
   void overflow();
-  // recv_reliable() for what input() feeds, which has made the locked test.
+  // recv_reliable() and recv_unreliable() for what input() feeds, which has made the locked test.
   void deliver_reliable(DataView message);
+  void deliver_unreliable(DataView& message);
 
   // What an idle cycle touches comes first, on as few cache lines as possible.
   const int64_t mss_;  // largest payload of a reliable segment
@@ -185,6 +189,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   RecvWindow recv_window_;
   SendWindow send_window_;
   oxutils::relaxed<int> cycle_timer_{0};  // 0: none
+  const uint64_t number_;
   CallbackSlot<DataCallback> output_cb_;
   CallbackSlot<DataCallback> recv_reliable_cb_;
   CallbackSlot<DataCallback> recv_unreliable_cb_;

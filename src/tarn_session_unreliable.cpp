@@ -46,12 +46,16 @@ bool TarnSession::got_unreliable(DataView& body) {
     TARN_LOG_ERROR("%p error unreliable size %lu", static_cast<void*>(this), size);
     return false;
   }
-  recv_unreliable(body);
+  deliver_unreliable(body);
   return true;
 }
 
 void TarnSession::recv_unreliable(DataView data) {
-  if (is_stopped()) return;
+  if (!is_stopped()) deliver_unreliable(data);
+}
+
+void TarnSession::deliver_unreliable(DataView& data) {
+  if (stopped_) return;
   const auto callback = recv_unreliable_cb_.get();
   if (callback.function == nullptr) {
     TARN_LOG_WARN("tarn %p has no unreliable callback", static_cast<void*>(this));

@@ -21,7 +21,10 @@ void* next_number() {
 
 }  // namespace
 
-TarnIo::TarnIo(TarnSocket s) : number_(next_number()), sock_(std::move(s)) { sock_.async(); }
+TarnIo::TarnIo(TarnSocket s)
+    : number_(next_number()), sock_(std::move(s)), is_stream_(sock_.protocol() == TarnSocket::TCP) {
+  sock_.async();
+}
 
 void TarnIo::set_readable_callback(Callback callback, void* arg) {
   bool pending = false;
@@ -94,10 +97,10 @@ void TarnIo::unwatch_read() { TarnPoller::instance()->unwatch_read(fd()); }
 void TarnIo::unwatch_write() { TarnPoller::instance()->unwatch_write(fd()); }
 void TarnIo::unwatch_error() { TarnPoller::instance()->unwatch_error(fd()); }
 
+// In all three the callback comes last: it may destroy the handle and go on running for longer than
+// that is kept.
 void TarnIo::trigger_read() {
-  // The callback may destroy the handle and go on running for longer than it is kept.
-  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
-  const bool at_end = !read_stream();
+  const bool at_end = is_stream_ && !read_stream();
   Callback callback = nullptr;
   void* arg = nullptr;
   {
@@ -108,18 +111,12 @@ void TarnIo::trigger_read() {
   }
   // A stream at its end, or a datagram that nobody takes, would stay readable for ever. Setting the
   // callback watches again.
-  if (at_end || (callback == nullptr && !is_stream())) unwatch_read();
+  if (at_end || (callback == nullptr && !is_stream_)) unwatch_read();
   if (callback != nullptr) callback(arg);
-}
-
-bool TarnIo::is_stream() const {
-  const oxutils::scoped_lock hold(socket_lock_);
-  return sock_.protocol() == TarnSocket::TCP;
 }
 
 bool TarnIo::read_stream() {
   const oxutils::scoped_lock hold(socket_lock_);
-  if (sock_.protocol() != TarnSocket::TCP) return true;
   if (is_peeked_) {
     peeked_ = sock_.detach_buffer();
     is_peeked_ = false;
@@ -130,7 +127,6 @@ bool TarnIo::read_stream() {
 }
 
 void TarnIo::trigger_write() {
-  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
   Callback callback = nullptr;
   void* arg = nullptr;
   {
@@ -144,7 +140,6 @@ void TarnIo::trigger_write() {
 
 void TarnIo::trigger_error() {
   const int error = TarnSocket::last_error();
-  const oxutils::shared_ptr<TarnIo> hold_this = weak_this_.lock();
   ErrorCallback callback = nullptr;
   void* arg = nullptr;
   int pending = 0;
@@ -176,7 +171,7 @@ bool TarnIo::attach(void* session) {
   {
     const oxutils::scoped_lock hold(lock_);
     session_ = session;
-    attached_ = attached;
+    session_number_ = attached->number();
   }
   run_on_io_thread(&TarnIo::watch_read);
   return true;
@@ -228,16 +223,17 @@ void TarnIo::on_tarn_input(void* io) {
   if (len >= 1) self->feed(datagram, len);
 }
 
-// Held meanwhile: the address of a session that is gone may be another one's.
 void TarnIo::feed(char* datagram, int len) {
   void* session = nullptr;
-  oxutils::shared_ptr<TarnSession> attached;
+  uint64_t number = 0;
   {
     const oxutils::scoped_lock hold(lock_);
     session = session_;
-    attached = attached_.lock();
+    number = session_number_;
   }
-  if (attached || session == nullptr) {
+  // Held until the end, so that it is still the same one that takes the datagram.
+  const auto attached = tarn_sessions().hold(session);
+  if (attached && attached->number() == number) {
     tarn_input(session, datagram, len);
   } else {
     TARN_LOG_WARN("tarn_input fail,bad tarn %p", session);

@@ -7,7 +7,6 @@
 #include "oxutils/mutex.h"
 #include "oxutils/smart_ptr/enable_shared_from_this.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
-#include "oxutils/smart_ptr/weak_ptr.h"
 #include "tarn_io/tarn_socket.h"
 #include "tarn_io/tcp_buffer.h"
 
@@ -84,11 +83,10 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   // An output callback whose `user` is the number of an object that may be gone.
   static int output_numbered(char* data, int len, void* number);
   static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
-  // False at the end of the stream.
+  // Drains the socket into its buffer. False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
   // Passes a datagram to the session, if that still lives.
   void feed(char* datagram, int len) OX_EXCLUDES(lock_);
-  bool is_stream() const OX_EXCLUDES(socket_lock_);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
   int watchable_fd() const OX_EXCLUDES(lock_, socket_lock_);
@@ -107,10 +105,11 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno
   bool destroyed_ OX_GUARDED_BY(lock_) = false;
   void* session_ OX_GUARDED_BY(lock_) = nullptr;
-  oxutils::weak_ptr<TarnSession> attached_ OX_GUARDED_BY(lock_);
+  uint64_t session_number_ OX_GUARDED_BY(lock_) = 0;  // the handle may become another one's
 
   mutable oxutils::mutex socket_lock_;
   TarnSocket sock_ OX_GUARDED_BY(socket_lock_);
+  const bool is_stream_;
   // Bytes that the application still looks at while the socket's buffer goes on.
   TcpBuffer peeked_ OX_GUARDED_BY(socket_lock_);
   bool is_peeked_ OX_GUARDED_BY(socket_lock_) = false;

@@ -46,14 +46,14 @@ void succeed(Successor& successor) {
   restore_default_settings();
 }
 
-}  // namespace
-
-TEST_F(ReusedAddress, SocketOfADestroyedSessionFeedsNoOtherOne) {
+// A session is attached and destroyed, and others are created. Whether one of them is where it was:
+// not if another thread than the worker has freed it, which a call that comes across it can do.
+bool feed_the_successors() {
   const UdpPair pair;
   void* const destroyed = tarn_create();
   tarn_attach_io(destroyed, pair.io);
   tarn_destroy(destroyed);
-  ASSERT_TRUE(wait_until_gone(destroyed));
+  EXPECT_TRUE(wait_until_gone(destroyed));
   Successor successor{destroyed, {}, {}};
   succeed(successor);
   const std::vector<void*>& sessions = successor.sessions;
@@ -69,5 +69,14 @@ TEST_F(ReusedAddress, SocketOfADestroyedSessionFeedsNoOtherOne) {
 
   EXPECT_EQ(heard.count(), 0u);
   for (void* const session : sessions) tarn_destroy(session);
-  if (sessions.back() != destroyed) GTEST_SKIP() << "this allocator does not use addresses again";
+  return sessions.back() == destroyed;
+}
+
+}  // namespace
+
+TEST_F(ReusedAddress, SocketOfADestroyedSessionFeedsNoOtherOne) {
+  for (int attempt = 0; attempt < 20; ++attempt) {
+    if (feed_the_successors()) return;
+  }
+  GTEST_SKIP() << "this allocator does not use addresses again";
 }
