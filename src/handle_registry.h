@@ -15,7 +15,8 @@
 #include "oxutils/smart_ptr/shared_ptr.h"
 
 // Maps the opaque values that the application holds to the objects behind them, of which it keeps a
-// reference each. Any thread. lock_ guards the map and is held for the map alone.
+// reference each. Any thread. lock_ guards the map and the lists of entries; no object goes under
+// it.
 //
 // In front of the map stands a cache that hold() reads without the lock. What it finds there may
 // have been removed, or belong to another handle by now, so it counts itself in first and looks
@@ -98,8 +99,9 @@ class HandleRegistry {
   }
 
  private:
-  // The registry's reference, and how many calls use it at the moment. Calls that were looking for
-  // another handle are among them for a moment.
+  // The registry's reference, and how many calls use it at the moment. A call that has found
+  // another handle's entry, or one just removed, is among them for a moment; if it is the last, the
+  // reference goes with it.
   struct Entry {
     static constexpr uint32_t kRemoved = 1;
     static constexpr uint32_t kFree = 2;  // besides kRemoved: is in free_

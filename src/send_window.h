@@ -96,14 +96,14 @@ class SendWindow {
   mutable oxutils::mutex lock_;
   unsigned int current OX_GUARDED_BY(lock_) = 0;  // bucket that receives new packets
   unsigned int count_ OX_GUARDED_BY(lock_) = 0;
+  // Nodes and bytes of packets that have been acknowledged, for the next ones. They go when nothing
+  // is sent any more.
+  std::unique_ptr<Spares> spares_ OX_GUARDED_BY(lock_);
   oxutils::Function resend_callback_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<int> timer_id_{0};
   unsigned int resend_logs_ OX_GUARDED_BY(lock_) = 0;  // thins out the log
   oxutils::weak_ptr<TarnSession> owner_ OX_GUARDED_BY(lock_);
   Bucket buckets[kBucketCount] OX_GUARDED_BY(lock_);
-  // Nodes and bytes of packets that have been acknowledged, for the next ones. They go when nothing
-  // is sent any more.
-  std::unique_ptr<Spares> spares_ OX_GUARDED_BY(lock_);
   std::atomic<char*> spare_memory_{nullptr};  // of a segment; written and taken without lock_
 };
 

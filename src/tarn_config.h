@@ -17,7 +17,7 @@ class TarnConfig : public oxutils::singleton<TarnConfig> {
   oxutils::relaxed<unsigned int> send_window_size{32};  // packets
   oxutils::relaxed<unsigned int> recv_window_size{32};  // packets
   oxutils::relaxed<unsigned int> reserved{10000};       // part of the record, never used
-  oxutils::relaxed<bool> thread_safe{true};             // stopped tests take the state lock
+  oxutils::relaxed<bool> thread_safe{true};             // a stopped test alone takes the state lock
 };
 
 #endif  // TARN_SRC_TARN_CONFIG_H_

@@ -7,10 +7,10 @@
 TimerInteger TarnTimer::s_idCreated_;
 
 TarnTimer::TarnTimer(int id, oxutils::Function func, unsigned int expiration, int interval)
-    : id_(id),
-      expiration_(expiration),
-      repeat_(interval > 0),
+    : expiration_(expiration),
       interval_(interval),
+      repeat_(interval > 0),
+      id_(id),
       func_(std::move(func)) {}
 
 TarnTimer::TarnTimer(oxutils::Function func, unsigned int expiration, int interval)

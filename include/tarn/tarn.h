@@ -158,7 +158,8 @@ TARN_API void tarn_config_send_window_size(unsigned int segments);
 TARN_API void tarn_config_recv_window_size(unsigned int segments);
 
 /* True, the default: session calls read the session's stopped flag under its lock. False: without
- * the lock, which saves its cost. Either way the calls stay safe on any thread. */
+ * it wherever they need the lock for nothing else, which saves its cost. Either way the calls stay
+ * safe on any thread. */
 TARN_API void tarn_config_thread_safe(bool on);
 
 /* Milliseconds until the worker's next timer is due, 0 to 10000. */
@@ -191,8 +192,8 @@ TARN_API int tarn_wait_destroy(void* handle, unsigned int wait_ms);
  * pair. Null removes the callback. */
 TARN_API void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user);
 
-/* Gets each reliable message, whole, once and in order. Runs inside tarn_input(); `data` may point
- * into the datagram that was passed there. */
+/* Gets each reliable message, whole, once and in order. Runs inside tarn_input(); `data` is a copy,
+ * aligned for anything. */
 TARN_API void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user);
 
 /* Gets each unreliable message as it arrives; it may be missing, repeated or out of order. Runs
