@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <unordered_map>
@@ -120,8 +121,15 @@ class HandleRegistry {
     static constexpr size_t kPlaces = 4;
 
     std::atomic<Entry*>& slot(const void* handle, size_t place) {
-      constexpr uint64_t kGolden = 0x9E3779B97F4A7C15;  // spreads neighbours over the whole range
-      return slots[(reinterpret_cast<uintptr_t>(handle) * kGolden >> shift) ^ place];
+      return slots[(mix(reinterpret_cast<uintptr_t>(handle)) >> shift) ^ place];
+    }
+
+    // Spreads addresses over the high bits. In two rounds: after one, addresses at some even
+    // distances would still meet in a few places.
+    static uint64_t mix(uint64_t address) {
+      constexpr uint64_t kGolden = 0x9E3779B97F4A7C15;
+      address *= kGolden;
+      return (address ^ (address >> 32)) * kGolden;
     }
 
     // In the first place that is free, or else instead of whoever has the first one.
@@ -142,6 +150,7 @@ class HandleRegistry {
   };
 
   static constexpr unsigned int kFirstCacheBits = 6;
+  static constexpr size_t kFirstEntries = 16;
 
   // False when the entry is another handle's, or nobody's.
   bool begin_use(Entry& entry, void* handle) {
@@ -169,17 +178,22 @@ class HandleRegistry {
   }
 
   Entry& make_entry(void* handle, const Pointer& object) OX_REQUIRES(lock_) {
-    if (free_.empty()) {
-      all_.push_back(std::make_unique<Entry>());
-      free_.reserve(all_.capacity());  // a removal allocates nothing
-      free_.push_back(all_.back().get());
-    }
+    if (free_.empty()) add_entries();
     Entry& entry = *free_.back();
     free_.pop_back();
     entry.handle.store(handle, std::memory_order_relaxed);
     entry.object = object;
     entry.state.fetch_and(~(Entry::kRemoved | Entry::kFree), std::memory_order_release);
     return entry;
+  }
+
+  // As many as there are: side by side, as the calls look at many of them.
+  void add_entries() OX_REQUIRES(lock_) {
+    const size_t count = std::max(entry_count_, kFirstEntries);
+    free_.reserve(entry_count_ + count);  // a removal allocates nothing
+    blocks_.push_back(std::make_unique<Entry[]>(count));
+    entry_count_ += count;
+    for (size_t i = count; i > 0; --i) free_.push_back(&blocks_.back()[i - 1]);
   }
 
   __attribute__((noinline)) Hold find_and_hold(void* handle) OX_EXCLUDES(lock_) {
@@ -200,7 +214,8 @@ class HandleRegistry {
   std::atomic<Cache*> cache_{nullptr};
   oxutils::mutex lock_;
   std::unordered_map<void*, Entry*> entries_ OX_GUARDED_BY(lock_);
-  std::vector<std::unique_ptr<Entry>> all_ OX_GUARDED_BY(lock_);
+  std::vector<std::unique_ptr<Entry[]>> blocks_ OX_GUARDED_BY(lock_);
+  size_t entry_count_ OX_GUARDED_BY(lock_) = 0;
   std::vector<Entry*> free_ OX_GUARDED_BY(lock_);
   std::vector<std::unique_ptr<Cache>> caches_ OX_GUARDED_BY(lock_);
 };
