@@ -9,8 +9,6 @@
 
 namespace {
 
-using IoPtr = oxutils::shared_ptr<TarnIo>;
-
 constexpr int kReleaseDelayMs = 500;
 constexpr int kFailed = -1;
 
@@ -40,7 +38,7 @@ void* tarn_create_tcp_io(const char* ip, unsigned short port) {
 void* tarn_create_io_from_fd(int fd) { return tarn_add_io(TarnSocket(fd)).get(); }
 
 void tarn_attach_io(void* session, void* io) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_attach_io fail,bad io %p", io);
     return;
@@ -49,7 +47,7 @@ void tarn_attach_io(void* session, void* io) {
 }
 
 void tarn_destroy_io(void* io) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_destroy_io fail,bad io %p", io);
     return;
@@ -60,7 +58,7 @@ void tarn_destroy_io(void* io) {
 }
 
 void tarn_set_readable_callback(void* io, TarnIoCallback callback, void* arg) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_set_readable_callback fail,bad io %p", io);
     return;
@@ -70,7 +68,7 @@ void tarn_set_readable_callback(void* io, TarnIoCallback callback, void* arg) {
 }
 
 void tarn_set_writeable_callback(void* io, TarnIoCallback callback, void* arg) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_set_writeable_callback fail,bad io %p", io);
     return;
@@ -80,7 +78,7 @@ void tarn_set_writeable_callback(void* io, TarnIoCallback callback, void* arg) {
 }
 
 void tarn_set_io_error_callback(void* io, TarnIoErrorCallback callback, void* arg) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_set_io_error_callback fail,bad io %p", io);
     return;
@@ -90,7 +88,7 @@ void tarn_set_io_error_callback(void* io, TarnIoErrorCallback callback, void* ar
 }
 
 int tarn_peek_size(void* io) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_peek_size fail,bad io %p", io);
     return 0;
@@ -99,7 +97,7 @@ int tarn_peek_size(void* io) {
 }
 
 char* tarn_peek(void* io) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_peek fail,bad io %p", io);
     return nullptr;
@@ -108,7 +106,7 @@ char* tarn_peek(void* io) {
 }
 
 void tarn_consume(void* io, int len) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_consume fail,bad io %p", io);
     return;
@@ -117,7 +115,7 @@ void tarn_consume(void* io, int len) {
 }
 
 int tarn_read(void* io, char* buf, int len) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_read fail,bad io %p", io);
     return kFailed;
@@ -130,7 +128,7 @@ int tarn_read(void* io, char* buf, int len) {
 }
 
 int tarn_write(void* io, const char* data, int len) {
-  const IoPtr object = tarn_get_io(io);
+  const auto object = tarn_hold_io(io);
   if (!object) {
     TARN_LOG_WARN("tarn_write fail,bad io %p", io);
     return kFailed;

@@ -26,9 +26,7 @@ oxutils::shared_ptr<TarnIo> tarn_add_io(const TarnSocket& socket) {
   return io;
 }
 
-oxutils::shared_ptr<TarnIo> tarn_get_io(void* handle) { return by_address().get(handle); }
-
-oxutils::shared_ptr<TarnIo> tarn_get_numbered_io(void* number) { return by_number().get(number); }
+HandleRegistry<TarnIo>::Hold tarn_hold_io(void* handle) { return by_address().hold(handle); }
 
 HandleRegistry<TarnIo>::Hold tarn_hold_numbered_io(void* number) {
   return by_number().hold(number);

@@ -8,11 +8,9 @@
 
 // Makes and registers an I/O object; its handle is its address.
 oxutils::shared_ptr<TarnIo> tarn_add_io(const TarnSocket& socket);
-// A counted reference, or nothing for a bad handle.
-oxutils::shared_ptr<TarnIo> tarn_get_io(void* handle);
+// Keeps the object for the length of a call; empty for a bad handle.
+HandleRegistry<TarnIo>::Hold tarn_hold_io(void* handle);
 // The same by TarnIo::number(), which no later object has, unlike an address.
-oxutils::shared_ptr<TarnIo> tarn_get_numbered_io(void* number);
-// For the length of a call.
 HandleRegistry<TarnIo>::Hold tarn_hold_numbered_io(void* number);
 // Drops the registry's reference.
 void tarn_remove_io(void* handle);

@@ -19,16 +19,16 @@ class TarnIoRegistry : public ::testing::Test {
 
 TEST_F(TarnIoRegistry, FindsAnObjectByHandleAndByNumber) {
   const auto io = add();
-  EXPECT_EQ(tarn_get_io(io.get()).get(), io.get());
-  EXPECT_EQ(tarn_get_numbered_io(io->number()).get(), io.get());
+  EXPECT_EQ(tarn_hold_io(io.get()).pointer().get(), io.get());
+  EXPECT_EQ(tarn_hold_numbered_io(io->number()).pointer().get(), io.get());
   tarn_remove_io(io.get());
 }
 
 TEST_F(TarnIoRegistry, ForgetsBothWhenAnObjectIsRemoved) {
   const auto io = add();
   tarn_remove_io(io.get());
-  EXPECT_FALSE(tarn_get_io(io.get()));
-  EXPECT_FALSE(tarn_get_numbered_io(io->number()));
+  EXPECT_FALSE(tarn_hold_io(io.get()));
+  EXPECT_FALSE(tarn_hold_numbered_io(io->number()));
   EXPECT_EQ(io.use_count(), 1);
 }
 
@@ -46,6 +46,6 @@ TEST_F(TarnIoRegistry, RemovingAnUnknownHandleChangesNothing) {
   int local = 0;
   tarn_remove_io(&local);
   tarn_remove_io(nullptr);
-  EXPECT_EQ(tarn_get_io(io.get()).get(), io.get());
+  EXPECT_EQ(tarn_hold_io(io.get()).pointer().get(), io.get());
   tarn_remove_io(io.get());
 }
