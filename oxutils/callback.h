@@ -2,9 +2,12 @@
 #ifndef TARN_OXUTILS_CALLBACK_H_
 #define TARN_OXUTILS_CALLBACK_H_
 
+#include <stddef.h>
+
 #include <utility>
 
 #include "oxutils/assert.h"
+#include "oxutils/prefetch.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 
 namespace oxutils {
@@ -24,12 +27,11 @@ class CallbackBase {
   // Calls the target with the arguments stored at construction.
   virtual void run() = 0;
 
-  // Begins to load the target object into the cache, to be written; nothing for a plain function.
+  // Begin to load what run() will touch into the cache: the callback itself, and when that has
+  // come, the beginning of the object that it is bound to; nothing for a plain function.
+  void prefetch() const { oxutils::prefetch(this, kPrefetchedOfCallback); }
   void prefetch_target() const {
-    if (target_ == nullptr) return;
-    for (unsigned int line = 0; line < kPrefetchedLines; ++line) {
-      __builtin_prefetch(static_cast<const char*>(target_) + line * kCacheLine, 1);
-    }
+    if (target_ != nullptr) oxutils::prefetch(target_, kPrefetchedOfTarget);
   }
 
   // Calls the target with all arguments given. Requires: A... are exactly the target's types.
@@ -52,8 +54,9 @@ class CallbackBase {
   }
 
  private:
-  static constexpr unsigned int kCacheLine = 64;
-  static constexpr unsigned int kPrefetchedLines = 3;
+  // Bytes: a callback without arguments, and the locks and flags at the beginning of an object.
+  static constexpr size_t kPrefetchedOfCallback = 48;
+  static constexpr size_t kPrefetchedOfTarget = 128;
 
   const void* const signature_;
   const void* const target_;

@@ -14,6 +14,7 @@
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
+#include "oxutils/prefetch.h"
 #include "oxutils/relaxed.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/tarn_thread_base.h"
@@ -41,9 +42,12 @@ class TarnTimer {
   static oxutils::shared_ptr<TarnTimer> create_timer(oxutils::Function func, int expiration,
                                                      int interval);
 
-  // Begin to load what run() will need into the cache: first the callback, and when that has come,
-  // the object that it is bound to.
-  void prefetch_callback() const { __builtin_prefetch(func_.get()); }
+  // Begin to load what run() will touch into the cache: the timer, and when that has come, the
+  // callback, and then the object that this is bound to.
+  void prefetch() const { oxutils::prefetch(this, sizeof *this); }
+  void prefetch_callback() const {
+    if (func_) func_.get()->prefetch();
+  }
   void prefetch_target() const {
     if (func_) func_.get()->prefetch_target();
   }
@@ -127,9 +131,6 @@ class TarnTimerQueue {
   void set_unfiled(const TimerPtr& timer) OX_EXCLUDES(unfiled_lock_);
   TimerPtr take_unfiled(int id) OX_EXCLUDES(unfiled_lock_);
   std::vector<TimerPtr> take_due(unsigned int now);
-  // Begins to load the timers that come up next: with many idle sessions a pass waits for memory
-  // more than it works.
-  static void prefetch_next(const Fifo& fifo);
   // Runs the due timers of one interval; returns the time to the next, 10000 when there is none.
   static int process_fifo(Fifo& fifo, unsigned int now);
 

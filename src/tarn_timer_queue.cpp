@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "src/tarn_log.h"
+#include "src/timer_lookahead.h"
 
 namespace {
 
@@ -116,17 +117,9 @@ void TarnTimerQueue::process_timers() {
   periodic_timeout_ = timeout;
 }
 
-void TarnTimerQueue::prefetch_next(const Fifo& fifo) {
-  // Each step needs what the one before it has loaded, so they run one behind the other.
-  constexpr size_t kStep = 4;
-  if (fifo.size() <= 3 * kStep) return;
-  __builtin_prefetch(fifo[3 * kStep].get(), 1);
-  fifo[2 * kStep]->prefetch_callback();
-  fifo[kStep]->prefetch_target();
-}
-
 int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
-  while (!fifo.empty()) {
+  TimerLookahead lookahead;
+  for (; !fifo.empty(); lookahead.step()) {
     TarnTimer& front = *fifo.front();
     const int due_in = ticks_until(front.expiration(), now);
     if (due_in > 0) return due_in;
@@ -134,7 +127,7 @@ int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
       fifo.pop_front();
       continue;
     }
-    prefetch_next(fifo);
+    lookahead.look(fifo);
     // Restarted first: the function sees its next expiration.
     front.restart();
     front.run();
