@@ -12,7 +12,7 @@ void TarnSession::send_unreliable(DataView& data) {
   const Bytes body = bytes_of(data);
   char head[wire::kSegHeadSize];
   wire::put_seg_head(head, wire::kUnreliable, wire::kNoFlag, body.size);
-  emit(Bytes{head, sizeof head}, body, kWithFeedback);
+  emit(Bytes{head, sizeof head}, body, kWithFeedback, kTested);
   active();
 }
 

@@ -169,9 +169,8 @@ bool TarnIo::attach(void* session) {
   // A remembered datagram goes to the session that was attached before.
   set_readable_callback(&TarnIo::on_tarn_input, this);
   {
-    const oxutils::scoped_lock hold(lock_);
-    session_ = session;
-    session_number_ = attached->number();
+    const oxutils::scoped_lock hold(socket_lock_);
+    attached_ = Attached{session, attached->number()};
   }
   run_on_io_thread(&TarnIo::watch_read);
   return true;
@@ -219,24 +218,23 @@ int TarnIo::output_numbered(char* data, int len, void* number) {
 void TarnIo::on_tarn_input(void* io) {
   auto* const self = static_cast<TarnIo*>(io);
   char datagram[TarnSocket::kMaxDatagram];
-  const int len = self->read(datagram, TarnSocket::kMaxDatagram);
-  if (len >= 1) self->feed(datagram, len);
+  int len = 0;
+  Attached attached;
+  {
+    const oxutils::scoped_lock hold(self->socket_lock_);
+    len = self->sock_.read(datagram, TarnSocket::kMaxDatagram);
+    attached = self->attached_;
+  }
+  if (len >= 1) feed(attached, datagram, len);
 }
 
-void TarnIo::feed(char* datagram, int len) {
-  void* session = nullptr;
-  uint64_t number = 0;
-  {
-    const oxutils::scoped_lock hold(lock_);
-    session = session_;
-    number = session_number_;
-  }
+void TarnIo::feed(const Attached& attached, char* datagram, int len) {
   // Held until the end, so that it is still the same one that takes the datagram.
-  const auto attached = tarn_sessions().hold(session);
-  if (attached && attached->number() == number) {
-    tarn_input(session, datagram, len);
+  const auto session = tarn_sessions().hold(attached.session);
+  if (session && session->number() == attached.number) {
+    tarn_input(attached.session, datagram, len);
   } else {
-    TARN_LOG_WARN("tarn_input fail,bad tarn %p", session);
+    TARN_LOG_WARN("tarn_input fail,bad tarn %p", attached.session);
   }
 }
 

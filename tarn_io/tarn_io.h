@@ -17,8 +17,8 @@ class TarnSession;
 // after it was closed, and by whoever is calling out on its behalf.
 //
 // Threads: watch_*, unwatch_* and trigger_* run on the I/O thread; everything else on any. lock_
-// guards callbacks and remembered events, socket_lock_ the socket and its buffer; neither is held
-// while a callback runs. The destructor closes nothing.
+// guards callbacks and remembered events, socket_lock_ the socket, its buffer and whose datagrams
+// it receives; neither is held while a callback runs. The destructor closes nothing.
 class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
  public:
   using Callback = void (*)(void*);
@@ -51,7 +51,7 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   void trigger_error() OX_EXCLUDES(lock_);
 
   // Serves the session of this handle from now on. False for a bad handle.
-  bool attach(void* session) OX_EXCLUDES(lock_);
+  bool attach(void* session) OX_EXCLUDES(lock_, socket_lock_);
   // Stops watching and closes the socket; later calls do nothing. Not while a lock is held that a
   // callback may want, since it waits for the I/O thread.
   void close() OX_EXCLUDES(socket_lock_);
@@ -85,8 +85,13 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
   // Drains the socket into its buffer. False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
+  // A session, as attached; the handle may become another one's.
+  struct Attached {
+    void* session = nullptr;
+    uint64_t number = 0;
+  };
   // Passes a datagram to the session, if that still lives.
-  void feed(char* datagram, int len) OX_EXCLUDES(lock_);
+  static void feed(const Attached& attached, char* datagram, int len);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
   int watchable_fd() const OX_EXCLUDES(lock_, socket_lock_);
@@ -104,11 +109,10 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
   int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno
   bool destroyed_ OX_GUARDED_BY(lock_) = false;
-  void* session_ OX_GUARDED_BY(lock_) = nullptr;
-  uint64_t session_number_ OX_GUARDED_BY(lock_) = 0;  // the handle may become another one's
 
   mutable oxutils::mutex socket_lock_;
   TarnSocket sock_ OX_GUARDED_BY(socket_lock_);
+  Attached attached_ OX_GUARDED_BY(socket_lock_);
   const bool is_stream_;
   // Bytes that the application still looks at while the socket's buffer goes on.
   TcpBuffer peeked_ OX_GUARDED_BY(socket_lock_);

@@ -41,8 +41,8 @@ TarnPoller::~TarnPoller() = default;
 
 void TarnPoller::Pass::clear() {
   set = -1;
+  list.reset();
   fds.clear();
-  generations.clear();
   ready.clear();
 }
 
@@ -69,6 +69,7 @@ void TarnPoller::unwatch_error(int fd) {
 }
 
 void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
+  std::shared_ptr<PollList> outdated;
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
@@ -76,6 +77,7 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
     std::swap(handler.*slot, f);
     handler.paused_until = 0;
     arm(fd, handler);
+    outdated.swap(list_);
   }
   wake();  // the replaced function goes with no lock held
 }
@@ -151,7 +153,9 @@ bool TarnPoller::begin(Pass& pass, int& timeout) {
     review(timeout);
     pass.set = set_.fd();
   }
-  if (is_look || !set_.is_open()) collect(pass, timeout);
+  if (!is_look && set_.is_open()) return true;
+  if (!list_ || list_->outdated) list_ = make_list(timeout);
+  pass.list = list_;
   return true;
 }
 
@@ -173,6 +177,7 @@ void TarnPoller::open_set() {
 }
 
 void TarnPoller::arm(int fd, EventHandler& handler) {
+  if (list_) list_->outdated = true;
   if (!set_.is_open()) return;
   const short events = get_events_flag(handler);
   bool done = true;
@@ -196,9 +201,11 @@ bool TarnPoller::is_paused(EventHandler& handler, int& timeout) {
   return left > 0;
 }
 
-void TarnPoller::collect(Pass& pass, int& timeout) {
-  pass.fds.reserve(handlers_.size());
-  pass.generations.reserve(handlers_.size());
+std::shared_ptr<TarnPoller::PollList> TarnPoller::make_list(int& timeout) {
+  auto list = std::make_shared<PollList>();
+  list->fds.reserve(handlers_.size());
+  list->generations.reserve(handlers_.size());
+  list->read_funcs.reserve(handlers_.size());
   for (auto each = handlers_.begin(); each != handlers_.end();) {
     EventHandler& handler = each->second;
     const short events = get_events_flag(handler);
@@ -206,12 +213,16 @@ void TarnPoller::collect(Pass& pass, int& timeout) {
       each = handlers_.erase(each);
       continue;
     }
-    if (!is_paused(handler, timeout)) {
-      pass.fds.push_back({each->first, events, 0});
-      pass.generations.push_back(handler.generation);
+    if (is_paused(handler, timeout)) {
+      list->outdated = true;  // a pause ends by itself
+    } else {
+      list->fds.push_back({each->first, events, 0});
+      list->generations.push_back(handler.generation);
+      list->read_funcs.push_back(handler.read_func);
     }
     ++each;
   }
+  return list;
 }
 
 void TarnPoller::review(int& timeout) {
@@ -232,12 +243,15 @@ void TarnPoller::review(int& timeout) {
 
 // An interrupted or failed call yields no events.
 void TarnPoller::poll_once(Pass& pass, int timeout) {
+  pass.fds = pass.list->fds;
   const int count = ::poll(pass.fds.data(), static_cast<nfds_t>(pass.fds.size()), timeout);
   // It fails again at once while more is watched than the limit on descriptors allows.
   if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(timeout, kFailurePause));
   for (size_t i = 0; i < pass.fds.size(); ++i) {
     const pollfd& each = pass.fds[i];
-    if (each.revents > 0) pass.ready.push_back({each.fd, each.revents, pass.generations[i]});
+    if (each.revents <= 0) continue;
+    pass.ready.push_back(
+        {each.fd, each.revents, pass.list->generations[i], &pass.list->read_funcs[i]});
   }
 }
 
@@ -246,7 +260,7 @@ void TarnPoller::wait(Pass& pass, int timeout) {
     poll_once(pass, timeout);
     return;
   }
-  if (!pass.fds.empty()) poll_once(pass, 0);
+  if (pass.list) poll_once(pass, 0);
   if (pass.ready.empty() && !EpollSet::wait(pass.set, timeout, pass.ready)) give_up_set();
 }
 
@@ -257,16 +271,17 @@ void TarnPoller::give_up_set() {
 
 bool TarnPoller::poll(unsigned int timeout) {
   // Its memory serves the next pass; a callback that polls from within finds none.
-  Pass pass = std::exchange(spare_pass_, Pass());
+  std::unique_ptr<Pass> pass = std::move(spare_pass_);
+  if (!pass) pass = std::make_unique<Pass>();
   int longest = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
-  if (!begin(pass, longest)) return false;
-  wait(pass, longest);
-  if (pass.ready.empty()) passes_ = 0;
-  for (const ReadyDescriptor& each : pass.ready) {
-    const bool taken = dispatch(each.fd, each.revents, each.generation);
+  if (!begin(*pass, longest)) return false;
+  wait(*pass, longest);
+  if (pass->ready.empty()) passes_ = 0;
+  for (const ReadyDescriptor& each : pass->ready) {
+    const bool taken = dispatch(*pass, each);
     if (!taken) silence(each.fd, each.revents, each.generation);
   }
-  pass.clear();
+  pass->clear();
   spare_pass_ = std::move(pass);
   return true;
 }
@@ -307,6 +322,17 @@ void TarnPoller::silence(int fd, short revents, uint32_t generation) {
     const bool cleared = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
     if (!cleared) pause(fd, kErrorPause, generation);
   }
+}
+
+// Nearly always there is something to read and nothing has changed since the list was made: what it
+// holds is what the slot holds, and stays alive as long as the pass.
+bool TarnPoller::dispatch(const Pass& pass, const ReadyDescriptor& ready) {
+  const bool is_known = ready.read_func != nullptr && *ready.read_func && !pass.list->outdated;
+  if (!is_known || ready.revents != POLLIN) {
+    return dispatch(ready.fd, ready.revents, ready.generation);
+  }
+  (*ready.read_func)();
+  return true;
 }
 
 void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }

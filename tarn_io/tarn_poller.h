@@ -7,10 +7,12 @@
 #include <sys/select.h>
 
 #include <map>
+#include <memory>
 #include <vector>
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
 #include "oxutils/singleton.h"
 #include "tarn_io/epoll_set.h"
 
@@ -72,11 +74,20 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
  private:
   using Slot = oxutils::Function EventHandler::*;
 
-  // What one pass waits on, these by poll() or the set or both, and what comes of it.
-  struct Pass {
-    int set = -1;
+  // What to poll, and what to run then, for one pass after another until something changes.
+  // Immutable but for the flag, which is set under lock_.
+  struct PollList {
     std::vector<pollfd> fds;
     std::vector<uint32_t> generations;  // of the entry for each of them
+    std::vector<oxutils::Function> read_funcs;
+    oxutils::relaxed<bool> outdated{false};
+  };
+
+  // What one pass waits on, a list by poll() or the set or both, and what comes of it.
+  struct Pass {
+    int set = -1;
+    std::shared_ptr<const PollList> list;
+    std::vector<pollfd> fds;
     std::vector<ReadyDescriptor> ready;
 
     void clear();
@@ -87,7 +98,8 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // there is nothing to run.
   bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
   bool run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
-  // False when no slot took any of the events.
+  // Both are false when no slot took any of the events.
+  bool dispatch(const Pass& pass, const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
   bool dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
   // The entry, if there is one of that generation.
   EventHandler* find(int fd, uint32_t generation) OX_REQUIRES(lock_);
@@ -103,10 +115,11 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void choose_set(bool is_look) OX_REQUIRES(lock_);
   void open_set() OX_REQUIRES(lock_);
   void give_up_set() OX_EXCLUDES(lock_);
-  // Tells the set, if there is one, what the entry is to be polled for now.
+  // The entry has changed: outdates the list, and tells the set, if there is one, what it is to be
+  // polled for now.
   void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
   // Drops descriptors without live slots.
-  void collect(Pass& pass, int& timeout) OX_REQUIRES(lock_);
+  std::shared_ptr<PollList> make_list(int& timeout) OX_REQUIRES(lock_);
   // The same for the set, which knows all but what has been emptied or paused since.
   void review(int& timeout) OX_REQUIRES(lock_);
   // Whether the pause goes on; the wait then ends with it.
@@ -123,12 +136,15 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
   pthread_t polling_thread_ OX_GUARDED_BY(lock_){};
 
+  // Dropped, with no lock held, when a function changes: it may hold the last reference to one.
+  std::shared_ptr<PollList> list_ OX_GUARDED_BY(lock_);
+
   EpollSet set_ OX_GUARDED_BY(lock_);
   bool set_failed_ OX_GUARDED_BY(lock_) = false;
   std::vector<int> to_review_ OX_GUARDED_BY(lock_);
 
   // I/O thread only.
-  Pass spare_pass_;
+  std::unique_ptr<Pass> spare_pass_;
   unsigned int passes_ = 0;  // since the last look, or 0 for one in the next pass
 };
 

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <memory>
 #include <vector>
 
 #include "tests/support/net_call.h"
@@ -18,6 +19,14 @@ using tarn_test::OwnedFd;
 namespace {
 
 constexpr unsigned int kLong = 5000;  // ms
+
+// What a function holds, and says when it is let go of.
+using Load = std::shared_ptr<int>;
+
+void count_run(Load load) { ++*load; }
+
+// How many others hold it.
+long holders(const Load& load) { return load.use_count() - 1; }
 
 }  // namespace
 
@@ -237,4 +246,96 @@ TEST(TarnPoller, LetsACallbackPollFromWithin) {
   poller.poll(kLong);
 
   EXPECT_EQ(read.count(), 1);
+}
+
+TEST(TarnPoller, SkipsAReadSlotThatAnEarlierCallbackOfThePassEmptied) {
+  const Ends one = tarn_test::udp_ends();
+  const Ends two = tarn_test::udp_ends();
+  TarnPoller poller;
+  Call read_two;
+  Call read_one([&] { poller.unwatch_read(two.near.get()); });
+  poller.watch_read(one.near.get(), read_one.function());
+  poller.watch_read(two.near.get(), read_two.function());
+  tarn_test::send_text(one.far.get(), "hello");
+  tarn_test::send_text(two.far.get(), "hello");
+
+  poller.poll(kLong);
+
+  EXPECT_EQ(read_one.count(), 1);
+  EXPECT_EQ(read_two.count(), 0);
+}
+
+// The number is watched anew, but the event was another socket's.
+TEST(TarnPoller, SkipsAReadSlotThatAnEarlierCallbackOfThePassEmptiedAndFilled) {
+  const Ends one = tarn_test::udp_ends();
+  const Ends two = tarn_test::udp_ends();
+  TarnPoller poller;
+  Call read_two;
+  Call read_one([&] {
+    poller.unwatch_read(one.near.get());
+    poller.unwatch_read(two.near.get());
+    poller.watch_read(two.near.get(), read_two.function());
+  });
+  poller.watch_read(one.near.get(), read_one.function());
+  poller.watch_read(two.near.get(), read_two.function());
+  tarn_test::send_text(one.far.get(), "hello");
+  tarn_test::send_text(two.far.get(), "hello");
+
+  poller.poll(kLong);
+  EXPECT_EQ(read_two.count(), 0);
+  poller.poll(kLong);
+
+  EXPECT_EQ(read_two.count(), 1);
+}
+
+TEST(TarnPoller, RunsTheFunctionThatAnEarlierCallbackOfThePassPutInPlace) {
+  const Ends one = tarn_test::udp_ends();
+  const Ends two = tarn_test::udp_ends();
+  TarnPoller poller;
+  Call before;
+  Call after;
+  Call read_one([&] { poller.watch_read(two.near.get(), after.function()); });
+  poller.watch_read(one.near.get(), read_one.function());
+  poller.watch_read(two.near.get(), before.function());
+  tarn_test::send_text(one.far.get(), "hello");
+  tarn_test::send_text(two.far.get(), "hello");
+
+  poller.poll(kLong);
+
+  EXPECT_EQ(before.count(), 0);
+  EXPECT_EQ(after.count(), 1);
+}
+
+TEST(TarnPoller, LetsGoOfAFunctionWhenItIsUnwatched) {
+  const Ends ends = tarn_test::udp_ends();
+  TarnPoller poller;
+  const Load load = std::make_shared<int>(0);
+  poller.watch_read(ends.near.get(), Function(&count_run, load));
+  tarn_test::send_text(ends.far.get(), "hello");
+  poller.poll(kLong);
+  ASSERT_EQ(*load, 1);
+  ASSERT_GT(holders(load), 0);
+
+  poller.unwatch_read(ends.near.get());
+
+  EXPECT_EQ(holders(load), 0);
+}
+
+TEST(TarnPoller, LetsGoOfAFunctionThatIsUnwatchedWhileItRuns) {
+  const Ends ends = tarn_test::udp_ends();
+  TarnPoller poller;
+  const Load load = std::make_shared<int>(0);
+  Call read([&] {
+    poller.watch_read(ends.near.get(), Function(&count_run, load));
+    poller.poll(0);
+    poller.unwatch_read(ends.near.get());
+  });
+  poller.watch_read(ends.near.get(), read.function());
+  tarn_test::send_text(ends.far.get(), "hello");
+
+  poller.poll(kLong);
+
+  EXPECT_EQ(read.count(), 1);
+  EXPECT_EQ(*load, 1);
+  EXPECT_EQ(holders(load), 0);
 }
