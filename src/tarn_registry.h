@@ -16,6 +16,9 @@ oxutils::shared_ptr<TarnSession> tarn_add_instance();
 // A reference for what goes on beyond a call; calls hold the session by tarn_sessions().hold().
 oxutils::shared_ptr<TarnSession> tarn_get_instance(void* handle);
 
+// What tarn_input() does once it has found the session, which the caller holds.
+void tarn_input_held(TarnSession& session, char* data, int len);
+
 // Clears the session's callbacks and drops the registry's reference. Worker only.
 void tarn_del_instance(void* handle);
 

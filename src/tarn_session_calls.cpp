@@ -28,6 +28,15 @@ void post_deletion(SessionPtr session) {
   TarnThread::instance()->run(oxutils::Function(&del_session, std::move(session)));
 }
 
+inline void input_held(TarnSession& session, char* data, int len) {
+  TARN_LOG_VERBOSE("tarn %p input len %d", static_cast<void*>(&session), len);
+  if (is_missing(data, len)) {
+    TARN_LOG_WARN("tarn_input fail,null data tarn %p", static_cast<void*>(&session));
+    return;
+  }
+  session.input(data, static_cast<size_t>(usable_length(len)));
+}
+
 }  // namespace
 
 void tarn_del_instance(void* handle) {
@@ -136,13 +145,10 @@ void tarn_input(void* handle, char* data, int len) {
     TARN_LOG_WARN("tarn_input fail,bad tarn %p", handle);
     return;
   }
-  TARN_LOG_VERBOSE("tarn %p input len %d", handle, len);
-  if (is_missing(data, len)) {
-    TARN_LOG_WARN("tarn_input fail,null data tarn %p", handle);
-    return;
-  }
-  session->input(data, static_cast<size_t>(usable_length(len)));
+  input_held(*session.pointer(), data, len);
 }
+
+void tarn_input_held(TarnSession& session, char* data, int len) { input_held(session, data, len); }
 
 void tarn_send_reliable(void* handle, char* data, int len) {
   const SessionHold session = tarn_sessions().hold(handle);

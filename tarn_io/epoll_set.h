@@ -6,15 +6,11 @@
 
 #include <vector>
 
-#include "oxutils/callback.h"
-
 // A watched descriptor that something has happened to.
 struct ReadyDescriptor {
   int fd;
   short revents;        // of poll()
   uint32_t generation;  // of the watch
-  // What to run when it is readable, if whoever waited knows that.
-  const oxutils::Function* read_func = nullptr;
 };
 
 // A wait costs what is ready, however much is watched. Owned by TarnPoller, whose lock is held for

@@ -30,8 +30,7 @@ void TarnIo::set_readable_callback(Callback callback, void* arg) {
   bool pending = false;
   {
     const oxutils::scoped_lock hold(lock_);
-    readable_cb_ = callback;
-    readable_arg_ = arg;
+    readable_cb_.set(callback, arg);
     if (callback != nullptr) pending = std::exchange(readable_pending_, false);
   }
   if (pending) callback(arg);
@@ -101,18 +100,20 @@ void TarnIo::unwatch_error() { TarnPoller::instance()->unwatch_error(fd()); }
 // that is kept.
 void TarnIo::trigger_read() {
   const bool at_end = is_stream_ && !read_stream();
-  Callback callback = nullptr;
-  void* arg = nullptr;
-  {
-    const oxutils::scoped_lock hold(lock_);
-    callback = readable_cb_;
-    arg = readable_arg_;
-    readable_pending_ = callback == nullptr;
-  }
+  auto callback = readable_cb_.get();
+  if (callback.function == nullptr) callback = remember_readable();
   // A stream at its end, or a datagram that nobody takes, would stay readable for ever. Setting the
   // callback watches again.
-  if (at_end || (callback == nullptr && !is_stream_)) unwatch_read();
-  if (callback != nullptr) callback(arg);
+  if (at_end || (callback.function == nullptr && !is_stream_)) unwatch_read();
+  if (callback.function != nullptr) callback.function(callback.user);
+}
+
+// Unless the callback has been set by now.
+TarnIo::ReadableCallback::Pair TarnIo::remember_readable() {
+  const oxutils::scoped_lock hold(lock_);
+  const auto callback = readable_cb_.get();
+  readable_pending_ = callback.function == nullptr;
+  return callback;
 }
 
 bool TarnIo::read_stream() {
@@ -232,7 +233,7 @@ void TarnIo::feed(const Attached& attached, char* datagram, int len) {
   // Held until the end, so that it is still the same one that takes the datagram.
   const auto session = tarn_sessions().hold(attached.session);
   if (session && session->number() == attached.number) {
-    tarn_input(attached.session, datagram, len);
+    tarn_input_held(*session.pointer(), datagram, len);
   } else {
     TARN_LOG_WARN("tarn_input fail,bad tarn %p", attached.session);
   }

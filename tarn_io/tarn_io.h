@@ -7,6 +7,7 @@
 #include "oxutils/mutex.h"
 #include "oxutils/smart_ptr/enable_shared_from_this.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
+#include "src/callback_slot.h"
 #include "tarn_io/tarn_socket.h"
 #include "tarn_io/tcp_buffer.h"
 
@@ -80,9 +81,12 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   void consume(int len) OX_EXCLUDES(socket_lock_);
 
  private:
+  using ReadableCallback = CallbackSlot<Callback>;
+
   // An output callback whose `user` is the number of an object that may be gone.
   static int output_numbered(char* data, int len, void* number);
   static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
+  ReadableCallback::Pair remember_readable() OX_EXCLUDES(lock_);
   // Drains the socket into its buffer. False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
   // A session, as attached; the handle may become another one's.
@@ -99,10 +103,9 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   void* const number_;
 
   mutable oxutils::mutex lock_;
-  Callback readable_cb_ OX_GUARDED_BY(lock_) = nullptr;
+  ReadableCallback readable_cb_;  // written under lock_; while there is one, nothing is pending
   Callback writeable_cb_ OX_GUARDED_BY(lock_) = nullptr;
   ErrorCallback error_cb_ OX_GUARDED_BY(lock_) = nullptr;
-  void* readable_arg_ OX_GUARDED_BY(lock_) = nullptr;
   void* writeable_arg_ OX_GUARDED_BY(lock_) = nullptr;
   void* error_arg_ OX_GUARDED_BY(lock_) = nullptr;
   bool readable_pending_ OX_GUARDED_BY(lock_) = false;

@@ -19,12 +19,18 @@ constexpr int kErrorPause = 10;
 // ms after which a wait that could not begin is tried again
 constexpr int kFailurePause = 20;
 
-// Descriptors from which on there is a set, and below which there is none. Below, poll() is as
-// quick.
+// Descriptors from which on there is a set, and below which there is one only while the poller is
+// busy: after so many passes in a row with something in each and no change, until there has been
+// nothing for so many ms. A change closes it at once, so that it is not in the way of whoever
+// counts descriptors.
 constexpr size_t kMany = 32;
 constexpr size_t kFew = 16;
-// One pass in so many looks at all descriptors by poll(), and so does the one after a quiet wait.
-constexpr unsigned int kPassesPerLook = 1024;
+constexpr unsigned int kBusy = 64;
+constexpr int kQuiet = 100;
+// One pass in so many goes by poll(): the more descriptors, the fewer, since each of them is looked
+// at.
+constexpr size_t kPassesPerDescriptor = 32;
+constexpr size_t kMostPasses = 1024;
 
 int64_t monotonic_ms() {
   timespec now;
@@ -76,7 +82,7 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
     if (get_events_flag(handler) == 0) handler.generation = next_generation();
     std::swap(handler.*slot, f);
     handler.paused_until = 0;
-    arm(fd, handler);
+    note_change(fd, handler);
     outdated.swap(list_);
   }
   wake();  // the replaced function goes with no lock held
@@ -89,7 +95,7 @@ void TarnPoller::pause(int fd, int ms, uint32_t generation) {
   EventHandler* const handler = find(fd, generation);
   if (handler == nullptr) return;
   handler->paused_until = monotonic_ms() + ms;
-  arm(fd, *handler);
+  note_change(fd, *handler);
 }
 
 void TarnPoller::resume(int fd) {
@@ -98,7 +104,7 @@ void TarnPoller::resume(int fd) {
     EventHandler* const handler = find(fd, kAny);
     if (handler != nullptr) {
       handler->paused_until = 0;
-      arm(fd, *handler);
+      note_change(fd, *handler);
     }
   }
   wake();
@@ -147,38 +153,59 @@ bool TarnPoller::begin(Pass& pass, int& timeout) {
   const oxutils::scoped_lock hold(lock_);
   polling_thread_ = pthread_self();
   if (handlers_.empty()) return false;
-  const bool is_look = passes_++ % kPassesPerLook == 0;
-  choose_set(is_look);
-  if (set_.is_open()) {
+  choose_set();
+  if (set_.is_open() && !is_look()) {
     review(timeout);
     pass.set = set_.fd();
+    pass.longest_on_set = handlers_.size() < kFew ? std::min(timeout, kQuiet) : timeout;
+    pass.list = list_;
+  } else {
+    pass.list = current_list(timeout);
   }
-  if (!is_look && set_.is_open()) return true;
-  if (!list_ || list_->outdated) list_ = make_list(timeout);
-  pass.list = list_;
+  ++passes_;
   return true;
 }
 
+bool TarnPoller::is_look() const {
+  return passes_ % std::min(kPassesPerDescriptor * handlers_.size(), kMostPasses) == 0;
+}
+
 // A set that could not be had, or could not be kept, is tried again with the next look.
-void TarnPoller::choose_set(bool is_look) {
-  if (set_failed_ || handlers_.size() < kFew) set_.close();
-  if (is_look) set_failed_ = false;
-  if (!set_failed_ && !set_.is_open() && handlers_.size() >= kMany) open_set();
-  if (set_failed_) set_.close();
+void TarnPoller::choose_set() {
+  if (!is_list_current()) become_quiet();
+  if (set_failed_) close_set();
+  if (is_look()) set_failed_ = false;
+  const bool is_wanted = passes_ >= kBusy || handlers_.size() >= kMany;
+  if (!set_failed_ && !set_.is_open() && is_wanted) open_set();
+  if (set_failed_) close_set();
+}
+
+void TarnPoller::become_quiet() {
+  if (handlers_.size() >= kFew) return;
+  close_set();
+  passes_ = 0;
+}
+
+void TarnPoller::close_set() {
+  set_.close();
+  to_review_ = std::vector<int>();
 }
 
 void TarnPoller::open_set() {
   set_failed_ = !set_.open();
-  to_review_.clear();
+  if (set_failed_) return;
   for (auto& each : handlers_) {
     each.second.in_set = false;
     arm(each.first, each.second);
   }
 }
 
-void TarnPoller::arm(int fd, EventHandler& handler) {
+void TarnPoller::note_change(int fd, EventHandler& handler) {
   if (list_) list_->outdated = true;
-  if (!set_.is_open()) return;
+  if (set_.is_open()) arm(fd, handler);
+}
+
+void TarnPoller::arm(int fd, EventHandler& handler) {
   const short events = get_events_flag(handler);
   bool done = true;
   if (events == 0 || handler.paused_until != 0) {
@@ -199,6 +226,11 @@ bool TarnPoller::is_paused(EventHandler& handler, int& timeout) {
   if (left > 0) timeout = static_cast<int>(std::min<int64_t>(timeout, left));
   if (left <= 0) handler.paused_until = 0;
   return left > 0;
+}
+
+std::shared_ptr<const TarnPoller::PollList> TarnPoller::current_list(int& timeout) {
+  if (!list_ || list_->outdated) list_ = make_list(timeout);
+  return list_;
 }
 
 std::shared_ptr<TarnPoller::PollList> TarnPoller::make_list(int& timeout) {
@@ -241,27 +273,31 @@ void TarnPoller::review(int& timeout) {
   }
 }
 
+void TarnPoller::wait(Pass& pass, int timeout) {
+  if (pass.set < 0 || !wait_on_set(pass, timeout)) wait_on_list(pass, timeout);
+}
+
+bool TarnPoller::wait_on_set(Pass& pass, int& timeout) {
+  if (!EpollSet::wait(pass.set, pass.longest_on_set, pass.ready)) give_up_set();
+  if (!pass.ready.empty()) return true;
+  const oxutils::scoped_lock hold(lock_);
+  become_quiet();
+  timeout -= pass.longest_on_set;
+  pass.list = current_list(timeout);
+  return false;
+}
+
 // An interrupted or failed call yields no events.
-void TarnPoller::poll_once(Pass& pass, int timeout) {
+void TarnPoller::wait_on_list(Pass& pass, int timeout) {
   pass.fds = pass.list->fds;
+  pass.ready.reserve(pass.fds.size());
   const int count = ::poll(pass.fds.data(), static_cast<nfds_t>(pass.fds.size()), timeout);
   // It fails again at once while more is watched than the limit on descriptors allows.
   if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(timeout, kFailurePause));
   for (size_t i = 0; i < pass.fds.size(); ++i) {
     const pollfd& each = pass.fds[i];
-    if (each.revents <= 0) continue;
-    pass.ready.push_back(
-        {each.fd, each.revents, pass.list->generations[i], &pass.list->read_funcs[i]});
+    if (each.revents > 0) pass.ready.push_back({each.fd, each.revents, pass.list->generations[i]});
   }
-}
-
-void TarnPoller::wait(Pass& pass, int timeout) {
-  if (pass.set < 0) {
-    poll_once(pass, timeout);
-    return;
-  }
-  if (pass.list) poll_once(pass, 0);
-  if (pass.ready.empty() && !EpollSet::wait(pass.set, timeout, pass.ready)) give_up_set();
 }
 
 void TarnPoller::give_up_set() {
@@ -307,7 +343,7 @@ bool TarnPoller::run_write(int fd, uint32_t generation) {
   EventHandler* const handler = find(fd, generation);
   if (handler == nullptr) return true;
   std::swap(handler->write_func, old);
-  arm(fd, *handler);
+  note_change(fd, *handler);
   return true;
 }
 
@@ -324,15 +360,26 @@ void TarnPoller::silence(int fd, short revents, uint32_t generation) {
   }
 }
 
+const oxutils::Function* TarnPoller::PollList::read_func(const ReadyDescriptor& ready) const {
+  const auto found = std::lower_bound(fds.begin(), fds.end(), ready.fd,
+                                      [](const pollfd& each, int fd) { return each.fd < fd; });
+  if (found == fds.end() || found->fd != ready.fd) return nullptr;
+  const auto place = static_cast<size_t>(found - fds.begin());
+  const bool is_same = generations[place] == ready.generation && read_funcs[place];
+  return is_same ? &read_funcs[place] : nullptr;
+}
+
 // Nearly always there is something to read and nothing has changed since the list was made: what it
 // holds is what the slot holds, and stays alive as long as the pass.
 bool TarnPoller::dispatch(const Pass& pass, const ReadyDescriptor& ready) {
-  const bool is_known = ready.read_func != nullptr && *ready.read_func && !pass.list->outdated;
-  if (!is_known || ready.revents != POLLIN) {
-    return dispatch(ready.fd, ready.revents, ready.generation);
+  if (ready.revents == POLLIN && pass.list && !pass.list->outdated) {
+    const oxutils::Function* const f = pass.list->read_func(ready);
+    if (f != nullptr) {
+      (*f)();
+      return true;
+    }
   }
-  (*ready.read_func)();
-  return true;
+  return dispatch(ready.fd, ready.revents, ready.generation);
 }
 
 void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }

@@ -20,9 +20,10 @@
 // and unwatch, which takes effect in the wait that is under way. lock_ guards the map and is never
 // held while a callback runs. The process's instance lives for ever.
 //
-// A pass waits with poll(). With many descriptors that would cost far more than the few that are
-// ready, so it then waits on a set that the kernel keeps. Once in a while it looks at all of them
-// by poll() first, which alone tells of one that was closed or replaced while it was watched.
+// A pass waits with poll(), which looks at each descriptor. With many descriptors, or while there
+// is something to do in pass after pass and nothing changes, it waits on a set that the kernel
+// keeps. Once in a while, and when things go quiet, it waits by poll() all the same, which alone
+// tells of a descriptor that was closed or replaced while it was watched.
 class TarnPoller : public oxutils::singleton<TarnPoller> {
  public:
   // Up to three functions for a descriptor; a slot without one is not live.
@@ -81,12 +82,16 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     std::vector<uint32_t> generations;  // of the entry for each of them
     std::vector<oxutils::Function> read_funcs;
     oxutils::relaxed<bool> outdated{false};
+
+    // The function for a descriptor's data, or null.
+    const oxutils::Function* read_func(const ReadyDescriptor& ready) const;
   };
 
-  // What one pass waits on, a list by poll() or the set or both, and what comes of it.
+  // What one pass waits on, the set if there is one and else the list, and what comes of it.
   struct Pass {
     int set = -1;
-    std::shared_ptr<const PollList> list;
+    int longest_on_set = 0;                // ms
+    std::shared_ptr<const PollList> list;  // beside a set only if there is a list anyway
     std::vector<pollfd> fds;
     std::vector<ReadyDescriptor> ready;
 
@@ -111,14 +116,22 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // False when nothing is watched. `timeout` becomes less for the sake of pauses.
   bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
   void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  static void poll_once(Pass& pass, int timeout);
-  void choose_set(bool is_look) OX_REQUIRES(lock_);
+  // False, and some of the time is over, when the set has had nothing to tell.
+  bool wait_on_set(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
+  void become_quiet() OX_REQUIRES(lock_);
+  static void wait_on_list(Pass& pass, int timeout);
+  bool is_look() const OX_REQUIRES(lock_);
+  bool is_list_current() const OX_REQUIRES(lock_) { return list_ && !list_->outdated; }
+  void choose_set() OX_REQUIRES(lock_);
   void open_set() OX_REQUIRES(lock_);
+  void close_set() OX_REQUIRES(lock_);
   void give_up_set() OX_EXCLUDES(lock_);
-  // The entry has changed: outdates the list, and tells the set, if there is one, what it is to be
-  // polled for now.
+  // What the entry is to be polled for has changed, or what is to be run then.
+  void note_change(int fd, EventHandler& handler) OX_REQUIRES(lock_);
+  // Tells the set what the entry is to be polled for now. Requires: the set is open.
   void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
-  // Drops descriptors without live slots.
+  // The list as it is now. Drops descriptors without live slots.
+  std::shared_ptr<const PollList> current_list(int& timeout) OX_REQUIRES(lock_);
   std::shared_ptr<PollList> make_list(int& timeout) OX_REQUIRES(lock_);
   // The same for the set, which knows all but what has been emptied or paused since.
   void review(int& timeout) OX_REQUIRES(lock_);
@@ -145,7 +158,7 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
 
   // I/O thread only.
   std::unique_ptr<Pass> spare_pass_;
-  unsigned int passes_ = 0;  // since the last look, or 0 for one in the next pass
+  unsigned int passes_ = 0;  // in a row with something in each
 };
 
 #endif  // TARN_TARN_IO_TARN_POLLER_H_

@@ -1,0 +1,206 @@
+// TarnPoller with something to do in pass after pass: the same rules, whatever it waits with.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <thread>
+
+#include "tarn_io/tarn_poller.h"
+#include "tests/support/net_call.h"
+#include "tests/support/net_sockets.h"
+#include "tests/support/plain_socket.h"
+
+using tarn_test::Call;
+using tarn_test::Ends;
+using tarn_test::OwnedFd;
+
+namespace {
+
+constexpr unsigned int kLong = 5000;  // ms
+// After more than so many the poller is busy.
+constexpr int kBusyPasses = 70;
+// More than pass between two looks at every descriptor, while there are three.
+constexpr int kLookPasses = 100;
+
+int64_t ms_since(std::chrono::steady_clock::time_point begun) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
+                                                               begun)
+      .count();
+}
+
+// A poller that watches a socket of the test's besides one that has kept it busy.
+class TarnPollerBusy : public testing::Test {
+ protected:
+  TarnPollerBusy() : before_(tarn_test::open_descriptors()) {
+    poller_.watch_read(busy_.near.get(), read_busy_.function());
+    poller_.watch_read(ends_.near.get(), read_.function());
+    poller_.watch_error(ends_.near.get(), error_.function());
+    tarn_test::send_text(busy_.far.get(), "hello");
+  }
+
+  void be_busy() {
+    for (int pass = 0; pass < kBusyPasses; ++pass) poller_.poll(kLong);
+    EXPECT_EQ(read_busy_.count(), kBusyPasses);
+#ifdef __linux__
+    EXPECT_EQ(tarn_test::open_descriptors(), before_ + 1) << "waits by poll() all the same";
+#endif
+  }
+  // From now on the socket is silent.
+  void read_busy() {
+    char byte = 0;
+    EXPECT_EQ(recv(busy_.near.get(), &byte, 1, 0), 1);
+  }
+
+  const Ends busy_ = tarn_test::udp_ends();
+  Ends ends_ = tarn_test::udp_ends();
+  const int before_;
+  Call read_busy_;
+  Call read_;
+  Call error_;
+  TarnPoller poller_;
+};
+
+}  // namespace
+
+TEST_F(TarnPollerBusy, HearsWhatComesToAnotherDescriptor) {
+  be_busy();
+  tarn_test::send_text(ends_.far.get(), "hello");
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(read_.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, RunsReadyDescriptorsInAscendingOrder) {
+  int first = 0;
+  const auto note = [&](int fd) { first = first == 0 ? fd : first; };
+  Call busy([&] { note(busy_.near.get()); });
+  Call other([&] { note(ends_.near.get()); });
+  poller_.watch_read(busy_.near.get(), busy.function());
+  poller_.watch_read(ends_.near.get(), other.function());
+  for (int pass = 0; pass < kBusyPasses; ++pass) poller_.poll(kLong);
+  first = 0;
+  tarn_test::send_text(ends_.far.get(), "hello");
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(first, std::min(busy_.near.get(), ends_.near.get()));
+  EXPECT_EQ(other.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, TellsWriteReadinessOncePerWatch) {
+  be_busy();
+  Call write;
+  poller_.watch_write(ends_.near.get(), write.function());
+
+  for (int pass = 0; pass < 3; ++pass) poller_.poll(kLong);
+
+  EXPECT_EQ(write.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, DoesNotCallASlotThatWasUnwatched) {
+  be_busy();
+  poller_.unwatch_read(busy_.near.get());
+
+  poller_.poll(0);
+
+  EXPECT_EQ(read_busy_.count(), kBusyPasses);
+}
+
+TEST_F(TarnPollerBusy, RunsTheFunctionThatTookAnothersPlace) {
+  be_busy();
+  Call after;
+  poller_.watch_read(busy_.near.get(), after.function());
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(read_busy_.count(), kBusyPasses);
+  EXPECT_EQ(after.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, WaitsForAsLongAsItIsToldWhenThingsGoQuiet) {
+  be_busy();
+  read_busy();
+  const auto begun = std::chrono::steady_clock::now();
+
+  EXPECT_TRUE(poller_.poll(150));
+
+  EXPECT_GE(ms_since(begun), 150);
+  EXPECT_EQ(read_busy_.count(), kBusyPasses);
+}
+
+TEST_F(TarnPollerBusy, CallsTheErrorSlotOfAClosedDescriptorInTheWaitThatBecomesQuiet) {
+  be_busy();
+  read_busy();
+  ends_.near.reset();
+  const auto begun = std::chrono::steady_clock::now();
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(error_.count(), 1);
+  EXPECT_LT(ms_since(begun), kLong);
+}
+
+TEST_F(TarnPollerBusy, CallsTheErrorSlotOfAClosedDescriptorWhileItIsBusy) {
+  be_busy();
+  ends_.near.reset();
+
+  for (int pass = 0; pass < kLookPasses && error_.count() == 0; ++pass) poller_.poll(kLong);
+
+  EXPECT_EQ(error_.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, HearsAnotherFileThatTakesTheDescriptorsPlace) {
+  const Ends other = tarn_test::udp_ends();
+  poller_.unwatch_error(ends_.near.get());
+  for (int pass = 0; pass < kBusyPasses; ++pass) poller_.poll(kLong);
+  tarn_test::send_text(other.far.get(), "hello");
+  ASSERT_EQ(dup2(other.near.get(), ends_.near.get()), ends_.near.get());
+
+  for (int pass = 0; pass < kLookPasses && read_.count() == 0; ++pass) poller_.poll(kLong);
+
+  EXPECT_GE(read_.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, HearsAWatchMadeByAnotherThreadDuringTheWait) {
+  be_busy();
+  read_busy();
+  const Ends late = tarn_test::udp_ends();
+  tarn_test::send_text(late.far.get(), "hello");
+  Call read_late;
+  Call woken;
+  const Ends wake = tarn_test::udp_ends();
+  Call waker([&] { tarn_test::send_text(wake.far.get(), "!"); });
+  poller_.watch_read(wake.near.get(), woken.function());
+  poller_.set_waker(waker.function());
+  std::thread other([&] {
+    usleep(20'000);
+    poller_.watch_read(late.near.get(), read_late.function());
+  });
+
+  for (int pass = 0; pass < 3 && read_late.count() == 0; ++pass) poller_.poll(kLong);
+  other.join();
+
+  EXPECT_EQ(read_late.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnOnceThingsAreQuiet) {
+  be_busy();
+  read_busy();
+
+  poller_.poll(110);
+
+  EXPECT_EQ(tarn_test::open_descriptors(), before_);
+}
+
+TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnInThePassAfterAChange) {
+  be_busy();
+  poller_.unwatch_read(ends_.near.get());
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(tarn_test::open_descriptors(), before_);
+}
