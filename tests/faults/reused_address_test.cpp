@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <functional>
+#include <utility>
 #include <vector>
 
 #include "tarn/io.h"
@@ -16,34 +18,44 @@ namespace {
 
 using ReusedAddress = SocketFixture;
 
-// Creates sessions until one is at the address of one that is gone. It does so on the worker, where
-// the old one was freed: allocators keep what a thread frees for that thread.
-struct Successor {
-  void* wanted;
-  std::vector<void*> sessions;
-  std::atomic<bool> done{false};
+// Runs its code once, on the worker, where sessions are freed: allocators keep what a thread frees
+// for that thread.
+class OnWorker {
+ public:
+  // Returns when the code has run, which it does as soon as the worker finds a session silent.
+  static void run(std::function<void()> code) {
+    OnWorker self(std::move(code));
+    void* const silent = tarn_create();
+    tarn_set_error_callback(silent, &OnWorker::on_error, &self);
+    tarn_config_active_timeout(1);
+    EXPECT_TRUE(wait_until([&] { return self.done_.load(); }));
+    tarn_destroy(silent);
+    EXPECT_TRUE(wait_until_gone(silent));
+    restore_default_settings();
+  }
 
-  static int on_error(TarnError, void* self) {
-    auto* const successor = static_cast<Successor*>(self);
-    std::vector<void*>& sessions = successor->sessions;
-    while (!successor->done && sessions.size() < 1000) {
-      sessions.push_back(tarn_create());
-      successor->done = sessions.back() == successor->wanted;
-    }
-    successor->done = true;
+ private:
+  explicit OnWorker(std::function<void()> code) : code_(std::move(code)) {}
+
+  static int on_error(TarnError, void* user) {
+    auto* const self = static_cast<OnWorker*>(user);
+    if (!self->done_) self->code_();
+    self->done_ = true;
     return 0;
   }
+
+  const std::function<void()> code_;
+  std::atomic<bool> done_{false};
 };
 
-// Has the worker do it, as soon as it finds a session silent.
-void succeed(Successor& successor) {
-  void* const silent = tarn_create();
-  tarn_set_error_callback(silent, &Successor::on_error, &successor);
-  tarn_config_active_timeout(1);
-  EXPECT_TRUE(wait_until([&] { return successor.done.load(); }));
-  tarn_destroy(silent);
-  EXPECT_TRUE(wait_until_gone(silent));
-  restore_default_settings();
+// Creates sessions until one is at this address, or there are many.
+std::vector<void*> create_until_at(void* address) {
+  constexpr size_t kMany = 1000;
+  std::vector<void*> sessions;
+  do {
+    sessions.push_back(tarn_create());
+  } while (sessions.back() != address && sessions.size() < kMany);
+  return sessions;
 }
 
 // A session is attached and destroyed, and others are created. Whether one of them is where it was.
@@ -51,13 +63,13 @@ void succeed(Successor& successor) {
 // thread.
 bool feed_the_successors() {
   const UdpPair pair;
-  void* const destroyed = tarn_create();
+  void* destroyed = nullptr;
+  OnWorker::run([&] { destroyed = tarn_create(); });
   tarn_attach_io(destroyed, pair.io);
   tarn_destroy(destroyed);
   settle();
-  Successor successor{destroyed, {}, {}};
-  succeed(successor);
-  const std::vector<void*>& sessions = successor.sessions;
+  std::vector<void*> sessions;
+  OnWorker::run([&] { sessions = create_until_at(destroyed); });
   DatagramRecorder& heard = kept<DatagramRecorder>();
   for (void* const session : sessions) {
     tarn_set_recv_unreliable_callback(session, DatagramRecorder::on_data, &heard);
