@@ -158,12 +158,8 @@ void TarnTimerQueue::process_timers_level_0(unsigned int now) {
   }
   // All due timers have left the set before any runs, so they may add and cancel freely.
   for (const TimerPtr& timer : take_due(now)) timer->run();
-  if (one_shots_.empty()) {
-    one_shot_timeout_ = kMaxTimeout;
-    return;
-  }
+  const int due_in = one_shots_.empty() ? kMaxTimeout : ticks_until(one_shots_.begin()->first, now);
   // Overdue by the signed difference, yet not due by the unsigned order above: the tick has wrapped
   // in between and nothing can be done before it wraps again.
-  const int due_in = ticks_until(one_shots_.begin()->first, now);
   one_shot_timeout_ = due_in < 0 ? kMaxTimeout : std::min(due_in, kMaxTimeout);
 }

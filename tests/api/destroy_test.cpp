@@ -311,5 +311,5 @@ TEST_F(WaitDestroy, ReceivesAndAcknowledgesWhileItWaits) {
 TEST_F(WaitDestroy, LogsALongWaitAsASignedNumber) {
   const LogCapture log;
   tarn_wait_destroy(nullptr, 0xFFFFFFFF);
-  EXPECT_EQ(log.count(3, text("tarn %p destroy, wait time: -1", nullptr)), 1);
+  EXPECT_EQ(log.count(3, text("tarn %p destroy, wait time: -1", static_cast<void*>(nullptr))), 1);
 }

@@ -35,8 +35,8 @@ class Fiber {
   char* stack_ = nullptr;  // null: the thread's own
   const void* stack_bottom_ = nullptr;
   size_t stack_size_ = 0;
-  void* fake_stack_ = nullptr;  // AddressSanitizer's
-  void* tsan_fiber_ = nullptr;
+  [[maybe_unused]] void* fake_stack_ = nullptr;  // AddressSanitizer's
+  [[maybe_unused]] void* tsan_fiber_ = nullptr;
 };
 
 }  // namespace tarn_sim

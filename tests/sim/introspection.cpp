@@ -10,7 +10,7 @@
 
 namespace tarn_sim {
 
-WindowUse look_into(void* session, const Locks& locks) {
+OX_NO_TSA WindowUse look_into(void* session, const Locks& locks) {
   const auto& looked_at = *static_cast<TarnSession*>(session);
   const SendWindow& send = looked_at.send_window_;
   const RecvWindow& recv = looked_at.recv_window_;
@@ -32,6 +32,6 @@ uint32_t timers_late_ms(uint32_t tick) {
   return static_cast<uint32_t>(late);
 }
 
-bool is_registered(void* session) { return tarn_sessions().entries_.count(session) != 0; }
+OX_NO_TSA bool is_registered(void* session) { return tarn_sessions().entries_.count(session) != 0; }
 
 }  // namespace tarn_sim

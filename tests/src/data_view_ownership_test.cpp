@@ -61,6 +61,27 @@ TEST(MovedView, TakesItsPlaceInTheBlockAlong) {
   EXPECT_EQ(text_of(to), "bc");
 }
 
+// Where the view stood in its blocks must not cling to it.
+TEST(MovedView, LeavesAViewThatCanBeFilledAnew) {
+  DataView constructed_from = owned_view("abcdef");
+  DataView assigned_from = owned_view("abcdef");
+  for (DataView* const each : {&constructed_from, &assigned_from}) {
+    each->consume_front(1);
+    *each = each->slice(3);
+  }
+  const DataView constructed(std::move(constructed_from));
+  DataView assigned;
+  assigned = std::move(assigned_from);
+  EXPECT_EQ(text_of(constructed), "bcd");
+  EXPECT_EQ(text_of(assigned), "bcd");
+
+  for (DataView* const each : {&constructed_from, &assigned_from}) {
+    DataView more = owned_view("xyz");
+    each->append(more);
+    EXPECT_EQ(text_of(*each), "xyz");
+  }
+}
+
 TEST(SwappedViews, HaveEachOthersBytes) {
   DataView two = two_blocks("abc", "def");
   DataView one = owned_view("xyz");

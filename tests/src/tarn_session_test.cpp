@@ -92,16 +92,6 @@ TEST(SegmentHeadDeathTest, InABufferNeedsALengthOf3) {
                assertion_without_line("src/tarn_session", "make_seg_head_nocp", "len >= 3"));
 }
 
-TEST(SegmentParser, RefusesWhatIsShorterThanAHead) {
-  for (size_t size = 0; size < 3; ++size) {
-    // The reads want a larger block around the view, as any datagram is.
-    DataView view = view_of(Bytes(size + 2, 0x07));
-    view.consume_front(2);
-    TarnSession::Segment segment;
-    EXPECT_FALSE(TarnSession::parse_segment(view, segment)) << size;
-  }
-}
-
 TEST_F(TarnSessionTest, ConvSegmentHoldsTheConv) {
   session_->set_conv(0x01020304);
   DataView segment;
@@ -298,6 +288,19 @@ TEST_F(TarnSessionTest, ReSendingKeepsThePacketOfARunningSession) {
 TEST_F(TarnSessionTest, OutputOfNothingIsAHeader) {
   session_->output(DataView(), true);
   EXPECT_EQ(sent_.all(), (std::vector<Bytes>{{'$', 0}}));
+}
+
+// --- Messages that somebody else has taken off the wire ---
+
+TEST_F(TarnSessionTest, DeliversAMessageOfEitherChannel) {
+  DatagramRecorder unreliable_received;
+  session_->set_recv_unreliable_callback(DatagramRecorder::on_data, &unreliable_received);
+
+  session_->recv_reliable(view_of({1, 2}));
+  session_->recv_unreliable(view_of({3}));
+
+  EXPECT_EQ(received_.all(), (std::vector<Bytes>{{1, 2}}));
+  EXPECT_EQ(unreliable_received.all(), (std::vector<Bytes>{{3}}));
 }
 
 // --- Lengths that an int cannot tell ---
