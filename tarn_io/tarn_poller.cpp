@@ -88,7 +88,10 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
   wake();  // the replaced function goes with no lock held
 }
 
-void TarnPoller::pause(int fd, int ms) { pause(fd, ms, kAny); }
+void TarnPoller::pause(int fd, int ms) {
+  pause(fd, ms, kAny);
+  wake();  // a wait that is under way has to end with the pause
+}
 
 void TarnPoller::pause(int fd, int ms, uint32_t generation) {
   const oxutils::scoped_lock hold(lock_);
@@ -154,8 +157,9 @@ bool TarnPoller::begin(Pass& pass, int& timeout) {
   polling_thread_ = pthread_self();
   if (handlers_.empty()) return false;
   choose_set();
-  if (set_.is_open() && !is_look()) {
-    review(timeout);
+  const bool is_for_set = set_.is_open() && !is_look();
+  if (is_for_set) review(timeout);
+  if (is_for_set && !set_failed_) {
     pass.set = set_.fd();
     pass.longest_on_set = handlers_.size() < kFew ? std::min(timeout, kQuiet) : timeout;
     pass.list = list_;
@@ -280,6 +284,7 @@ void TarnPoller::wait(Pass& pass, int timeout) {
 bool TarnPoller::wait_on_set(Pass& pass, int& timeout) {
   if (!EpollSet::wait(pass.set, pass.longest_on_set, pass.ready)) give_up_set();
   if (!pass.ready.empty()) return true;
+  pass.list.reset();  // which may be the last one to hold a function
   const oxutils::scoped_lock hold(lock_);
   become_quiet();
   timeout -= pass.longest_on_set;
@@ -352,12 +357,19 @@ bool TarnPoller::run_write(int fd, uint32_t generation) {
 void TarnPoller::silence(int fd, short revents, uint32_t generation) {
   if ((revents & (POLLHUP | POLLNVAL)) != 0) {
     pause(fd, kHangUpPause, generation);
-  } else if ((revents & POLLERR) != 0) {
-    int error = 0;
-    socklen_t size = sizeof error;
-    const bool cleared = getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
-    if (!cleared) pause(fd, kErrorPause, generation);
+  } else if ((revents & POLLERR) != 0 && !clear_error(fd, generation)) {
+    pause(fd, kErrorPause, generation);
   }
+}
+
+// Under the lock, since the number of what is not watched any more may be another one's by now.
+bool TarnPoller::clear_error(int fd, uint32_t generation) {
+  const oxutils::scoped_lock hold(lock_);
+  EventHandler* const handler = find(fd, generation);
+  if (handler == nullptr || get_events_flag(*handler) == 0) return true;
+  int error = 0;
+  socklen_t size = sizeof error;
+  return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
 }
 
 const oxutils::Function* TarnPoller::PollList::read_func(const ReadyDescriptor& ready) const {

@@ -111,6 +111,8 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   uint32_t next_generation() OX_REQUIRES(lock_);
   void pause(int fd, int ms, uint32_t generation) OX_EXCLUDES(lock_);
   void silence(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
+  // False when the descriptor has no pending error that could be read.
+  bool clear_error(int fd, uint32_t generation) OX_EXCLUDES(lock_);
   void wake() OX_EXCLUDES(lock_);
 
   // False when nothing is watched. `timeout` becomes less for the sake of pauses.

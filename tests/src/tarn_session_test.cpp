@@ -235,6 +235,7 @@ TEST_F(TarnSessionTest, AStoppedSessionDoesNothing) {
   DataView message = owned_view("message");
   bool keep = true;
   session_->stop();
+  const LogCapture log(3);
   session_->error(TARN_ERROR_INACTIVE);
   session_->send_reliable(message, kWhole);
   session_->send_unreliable(message);
@@ -246,6 +247,7 @@ TEST_F(TarnSessionTest, AStoppedSessionDoesNothing) {
   EXPECT_TRUE(errors_.all().empty());
   EXPECT_EQ(sent_.count() + received_.count(), 0u);
   EXPECT_FALSE(keep);
+  EXPECT_EQ(log.count_containing("resend seq"), 0);
 }
 
 TEST_F(TarnSessionTest, AStoppedSessionTakesNoFeedback) {

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -243,6 +244,53 @@ TEST_F(TarnPollerCrowd, KeepsAPausedDescriptorOutUntilThePauseEnds) {
   for (int pass = 0; pass < 1000 && read.count() == 0; ++pass) poller_.poll(kLong);
 
   EXPECT_EQ(read.count(), 1);
+}
+
+TEST_F(TarnPollerCrowd, EndsItsWaitWithAPauseThatAnotherThreadBeginsMeanwhile) {
+  const Ends ends = tarn_test::udp_ends();
+  const Ends wake = tarn_test::udp_ends();
+  Call read;
+  Call woken([&] {
+    char byte = 0;
+    recv(wake.near.get(), &byte, 1, 0);
+  });
+  Call waker([&] { tarn_test::send_text(wake.far.get(), "!"); });
+  poller_.watch_read(ends.near.get(), read.function());
+  poller_.watch_read(wake.near.get(), woken.function());
+  poller_.set_waker(waker.function());
+  waker.function()();
+  poller_.poll(kLong);  // has something, so that the next pass is none that looks at all of them
+  const auto begun = std::chrono::steady_clock::now();
+  std::thread other([&] {
+    usleep(20'000);
+    poller_.pause(ends.near.get(), 20);
+    tarn_test::send_text(ends.far.get(), "hello");
+  });
+
+  for (int pass = 0; pass < 100 && read.count() == 0; ++pass) poller_.poll(kLong);
+  other.join();
+
+  EXPECT_EQ(read.count(), 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(kLong));
+}
+
+// The kernel's set refuses files.
+TEST_F(TarnPollerCrowd, HearsAFileThatTookThePlaceOfAPausedDescriptor) {
+  const OwnedFd file(open("/proc/self/exe", O_RDONLY));
+  const Ends ends = tarn_test::udp_ends();
+  Call read;
+  poller_.watch_read(ends.near.get(), read.function());
+  tarn_test::send_text(ends.far.get(), "hello");
+  poller_.poll(kLong);  // has something, so that the next pass is none that looks at all of them
+  poller_.pause(ends.near.get(), 1);
+  ASSERT_EQ(dup2(file.get(), ends.near.get()), ends.near.get());
+  usleep(5'000);
+  const auto begun = std::chrono::steady_clock::now();
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(read.count(), 2);
+  EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(kLong));
 }
 
 TEST_F(TarnPollerCrowd, HearsAResumedDescriptorAtOnce) {

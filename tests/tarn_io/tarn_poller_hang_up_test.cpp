@@ -1,7 +1,9 @@
 // TarnPoller: hang-ups and errors.
+#include <errno.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <string>
@@ -210,6 +212,34 @@ TEST(TarnPollerHangUp, StillReadsAfterAnErrorThatNobodyTook) {
 
   EXPECT_TRUE(tarn_test::wait_until([&] { return poller.poll(kShort) && read.count() > 0; }));
   again.close();
+}
+
+// Its event was another socket's, which an earlier callback of the pass closed.
+TEST(TarnPollerHangUp, LeavesTheErrorOfTheNextSocketWithTheNumberAlone) {
+  const Ends first = tarn_test::udp_ends();
+  Ends closed = tarn_test::udp_ends();
+  Ends next = tarn_test::udp_ends();
+  TarnPoller poller;
+  Call read;
+  Call read_first([&] {
+    poller.unwatch_read(closed.near.get());
+    dup2(next.near.get(), closed.near.get());
+  });
+  poller.watch_read(first.near.get(), read_first.function());
+  poller.watch_read(closed.near.get(), read.function());
+  for (Ends* const each : {&closed, &next}) {
+    each->far.reset();
+    tarn_test::send_text(each->near.get(), "refused");
+  }
+  tarn_test::send_text(first.far.get(), "hello");
+
+  poller.poll(kLong);
+
+  int error = 0;
+  socklen_t size = sizeof error;
+  ASSERT_EQ(getsockopt(next.near.get(), SOL_SOCKET, SO_ERROR, &error, &size), 0);
+  EXPECT_EQ(read_first.count(), 1);
+  EXPECT_EQ(error, ECONNREFUSED);
 }
 
 TEST(TarnPollerHangUp, ReportsASilencedDescriptorAgainOnceItIsWatchedAnew) {
