@@ -30,10 +30,10 @@ ReadyDescriptor ready_descriptor(const epoll_event& event) {
 
 }  // namespace
 
-bool EpollSet::open() {
+void EpollSet::open() {
   close();
   fd_ = epoll_create1(EPOLL_CLOEXEC);
-  return is_open();
+  has_failed_ = !is_open();
 }
 
 bool EpollSet::control(int operation, int fd, short events, uint32_t generation) {
@@ -43,37 +43,41 @@ bool EpollSet::control(int operation, int fd, short events, uint32_t generation)
   return epoll_ctl(fd_, operation, fd, &event) == 0;
 }
 
-bool EpollSet::add(int fd, short events, uint32_t generation) {
-  return control(EPOLL_CTL_ADD, fd, events, generation);
+void EpollSet::watch(int fd, short events, uint32_t generation) {
+  const auto place = static_cast<size_t>(fd);  // a negative one is refused before it matters
+  const bool is_in = place < has_.size() && has_[place];
+  if (events == 0 && !is_in) return;
+  const int change = is_in ? EPOLL_CTL_MOD : EPOLL_CTL_ADD;
+  if (!control(events == 0 ? EPOLL_CTL_DEL : change, fd, events, generation)) {
+    has_failed_ = true;
+    return;
+  }
+  if (place >= has_.size()) has_.resize(place + 1);
+  has_[place] = events != 0;
 }
 
-bool EpollSet::change(int fd, short events, uint32_t generation) {
-  return control(EPOLL_CTL_MOD, fd, events, generation);
-}
-
-bool EpollSet::remove(int fd) { return control(EPOLL_CTL_DEL, fd, 0, 0); }
-
-bool EpollSet::wait(int set, int timeout, std::vector<ReadyDescriptor>& ready) {
+EpollSet::Outcome EpollSet::wait(int set, int timeout, std::vector<ReadyDescriptor>& ready) {
   epoll_event events[kMostAtOnce];
   const int count = epoll_wait(set, events, kMostAtOnce, timeout);
-  if (count < 0) return errno == EINTR;
+  if (count < 0) return errno == EINTR ? Outcome::kInterrupted : Outcome::kFailed;
   for (int i = 0; i < count; ++i) ready.push_back(ready_descriptor(events[i]));
   std::sort(ready.begin(), ready.end(),
             [](const ReadyDescriptor& a, const ReadyDescriptor& b) { return a.fd < b.fd; });
-  return true;
+  return count > 0 ? Outcome::kReady : Outcome::kNothing;
 }
 
 #else  // every wait goes by poll()
 
-bool EpollSet::open() { return false; }
-bool EpollSet::add(int, short, uint32_t) { return false; }
-bool EpollSet::change(int, short, uint32_t) { return false; }
-bool EpollSet::remove(int) { return false; }
-bool EpollSet::wait(int, int, std::vector<ReadyDescriptor>&) { return false; }
+void EpollSet::open() { has_failed_ = true; }
+void EpollSet::watch(int, short, uint32_t) {}
+EpollSet::Outcome EpollSet::wait(int, int, std::vector<ReadyDescriptor>&) {
+  return Outcome::kFailed;
+}
 
 #endif
 
 void EpollSet::close() {
   if (is_open()) ::close(fd_);
   fd_ = -1;
+  has_ = std::vector<bool>();
 }

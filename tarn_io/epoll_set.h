@@ -6,44 +6,44 @@
 
 #include <vector>
 
-// A watched descriptor that something has happened to.
-struct ReadyDescriptor {
-  int fd;
-  short revents;        // of poll()
-  uint32_t generation;  // of the watch
-};
+#include "tarn_io/ready_descriptor.h"
 
 // A wait costs what is ready, however much is watched. Owned by TarnPoller, whose lock is held for
-// everything but wait(). Of a descriptor that is closed or replaced before it is removed the set
-// may go on telling, and change() and remove() fail: only a new set helps.
+// everything but wait(). Of a descriptor that is closed or replaced while it is in the set that may
+// go on telling, and the next watch() of it fails: only a new set helps.
 class EpollSet {
  public:
+  enum class Outcome { kReady, kNothing, kInterrupted, kFailed };
+
   EpollSet() = default;
   ~EpollSet() { close(); }
   EpollSet(const EpollSet&) = delete;
   EpollSet& operator=(const EpollSet&) = delete;
 
-  // An empty set. False when the system has none to give.
-  bool open();
+  // An empty set, unless the system has none to give; then the attempt has failed.
+  void open();
   void close();
   bool is_open() const { return fd_ >= 0; }
+  // Whether something was refused since open() was called.
+  bool has_failed() const { return has_failed_; }
+  // For a wait that was.
+  void note_failure() { has_failed_ = true; }
   // What wait() waits on, until close().
   int fd() const { return fd_; }
 
-  // Watch for these events of poll(). False when the system refuses.
-  bool add(int fd, short events, uint32_t generation);
-  bool change(int fd, short events, uint32_t generation);
-  bool remove(int fd);
+  // Watches for these events of poll() from now on, or not at all if there are none.
+  void watch(int fd, short events, uint32_t generation);
 
   // Waits for at most `timeout` milliseconds, then appends what is ready in ascending order of
-  // descriptors: all of it, or a thousand of more. False when it cannot wait; an interruption is
-  // none.
-  static bool wait(int set, int timeout, std::vector<ReadyDescriptor>& ready);
+  // descriptors: all of it, or a thousand of more.
+  static Outcome wait(int set, int timeout, std::vector<ReadyDescriptor>& ready);
 
  private:
   bool control(int operation, int fd, short events, uint32_t generation);
 
   int fd_ = -1;
+  bool has_failed_ = false;
+  std::vector<bool> has_;  // by descriptor, up to the highest that was watched
 };
 
 #endif  // TARN_TARN_IO_EPOLL_SET_H_

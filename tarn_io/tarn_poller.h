@@ -15,15 +15,16 @@
 #include "oxutils/relaxed.h"
 #include "oxutils/singleton.h"
 #include "tarn_io/epoll_set.h"
+#include "tarn_io/poll_list.h"
+#include "tarn_io/poll_pace.h"
+#include "tarn_io/ready_descriptor.h"
 
 // One per process. The I/O thread polls and runs the callbacks, one at a time; any thread may watch
 // and unwatch, which takes effect in the wait that is under way. lock_ guards the map and is never
 // held while a callback runs. The process's instance lives for ever.
 //
-// A pass waits with poll(), which looks at each descriptor. With many descriptors, or while there
-// is something to do in pass after pass and nothing changes, it waits on a set that the kernel
-// keeps. Once in a while, and when things go quiet, it waits by poll() all the same, which alone
-// tells of a descriptor that was closed or replaced while it was watched.
+// A pass waits by poll() on a list of what is watched, or on a set that the kernel keeps (PollPace
+// says when), and runs what the list holds as long as nothing has changed since it was made.
 class TarnPoller : public oxutils::singleton<TarnPoller> {
  public:
   // Up to three functions for a descriptor; a slot without one is not live.
@@ -35,7 +36,6 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     int64_t paused_until = 0;
     // Another one whenever the first slot comes to life: descriptor numbers are used again.
     uint32_t generation = 0;
-    bool in_set = false;
   };
 
   TarnPoller();
@@ -75,26 +75,16 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
  private:
   using Slot = oxutils::Function EventHandler::*;
 
-  // What to poll, and what to run then, for one pass after another until something changes.
-  // Immutable but for the flag, which is set under lock_.
-  struct PollList {
-    std::vector<pollfd> fds;
-    std::vector<uint32_t> generations;  // of the entry for each of them
-    std::vector<oxutils::Function> read_funcs;
-    oxutils::relaxed<bool> outdated{false};
-
-    // The function for a descriptor's data, or null.
-    const oxutils::Function* read_func(const ReadyDescriptor& ready) const;
-  };
-
   // What one pass waits on, the set if there is one and else the list, and what comes of it.
   struct Pass {
     int set = -1;
-    int longest_on_set = 0;                // ms
+    bool is_few = false;                   // what is in the set
     std::shared_ptr<const PollList> list;  // beside a set only if there is a list anyway
-    std::vector<pollfd> fds;
+    std::vector<pollfd> memory;
     std::vector<ReadyDescriptor> ready;
 
+    // Whether the next pass waits on the same set, and runs the same.
+    bool is_lasting() const { return set >= 0 && list && !list->is_outdated(); }
     void clear();
   };
 
@@ -118,18 +108,15 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // False when nothing is watched. `timeout` becomes less for the sake of pauses.
   bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
   void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  // False, and some of the time is over, when the set has had nothing to tell.
+  // False when the set has had nothing to tell: the rest of the time is for a wait on the list.
   bool wait_on_set(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
   void become_quiet() OX_REQUIRES(lock_);
-  static void wait_on_list(Pass& pass, int timeout);
-  bool is_look() const OX_REQUIRES(lock_);
-  bool is_list_current() const OX_REQUIRES(lock_) { return list_ && !list_->outdated; }
-  void choose_set() OX_REQUIRES(lock_);
+  void choose_set(bool is_look) OX_REQUIRES(lock_);
   void open_set() OX_REQUIRES(lock_);
   void close_set() OX_REQUIRES(lock_);
-  void give_up_set() OX_EXCLUDES(lock_);
   // What the entry is to be polled for has changed, or what is to be run then.
   void note_change(int fd, EventHandler& handler) OX_REQUIRES(lock_);
+  void outdate_list() OX_REQUIRES(lock_);
   // Tells the set what the entry is to be polled for now. Requires: the set is open.
   void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
   // The list as it is now. Drops descriptors without live slots.
@@ -149,18 +136,14 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   uint32_t last_generation_ OX_GUARDED_BY(lock_) = kAny;
   std::map<int, EventHandler> handlers_ OX_GUARDED_BY(lock_);
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
-  pthread_t polling_thread_ OX_GUARDED_BY(lock_){};
-
-  // Dropped, with no lock held, when a function changes: it may hold the last reference to one.
-  std::shared_ptr<PollList> list_ OX_GUARDED_BY(lock_);
-
+  std::shared_ptr<PollList> list_ OX_GUARDED_BY(lock_);  // dropped when a function changes
   EpollSet set_ OX_GUARDED_BY(lock_);
-  bool set_failed_ OX_GUARDED_BY(lock_) = false;
   std::vector<int> to_review_ OX_GUARDED_BY(lock_);
+  oxutils::relaxed<pthread_t> polling_thread_{pthread_t{}};
 
   // I/O thread only.
   std::unique_ptr<Pass> spare_pass_;
-  unsigned int passes_ = 0;  // in a row with something in each
+  PollPace pace_;
 };
 
 #endif  // TARN_TARN_IO_TARN_POLLER_H_

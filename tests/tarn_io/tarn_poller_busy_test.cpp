@@ -12,10 +12,12 @@
 #include "tests/support/net_call.h"
 #include "tests/support/net_sockets.h"
 #include "tests/support/plain_socket.h"
+#include "tests/support/signal_every.h"
 
 using tarn_test::Call;
 using tarn_test::Ends;
 using tarn_test::OwnedFd;
+using tarn_test::SignalEvery;
 
 namespace {
 
@@ -151,6 +153,43 @@ TEST_F(TarnPollerBusy, CallsTheErrorSlotOfAClosedDescriptorWhileItIsBusy) {
   for (int pass = 0; pass < kLookPasses && error_.count() == 0; ++pass) poller_.poll(kLong);
 
   EXPECT_EQ(error_.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, CallsTheErrorSlotOfAClosedDescriptorAfterASecondHoweverFewPasses) {
+  be_busy();
+  ends_.near.reset();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // the clock may be a tick behind
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(error_.count(), 1);
+}
+
+TEST_F(TarnPollerBusy, EndsThePassWhenASignalComes) {
+  be_busy();
+  read_busy();
+  const SignalEvery signal(std::chrono::milliseconds(1));
+  const auto begun = std::chrono::steady_clock::now();
+
+  EXPECT_TRUE(poller_.poll(kLong));
+
+  EXPECT_LT(ms_since(begun), kLong);
+#ifdef __linux__
+  EXPECT_EQ(tarn_test::open_descriptors(), before_ + 1) << "went on waiting for silence";
+#endif
+}
+
+TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnInThePassAfterASignal) {
+  be_busy();
+  read_busy();
+  {
+    const SignalEvery signal(std::chrono::milliseconds(1));
+    poller_.poll(kLong);
+  }
+
+  poller_.poll(0);
+
+  EXPECT_EQ(tarn_test::open_descriptors(), before_);
 }
 
 TEST_F(TarnPollerBusy, HearsAnotherFileThatTakesTheDescriptorsPlace) {

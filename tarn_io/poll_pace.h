@@ -1,0 +1,41 @@
+// PollPace: which of its two waits the poller takes.
+#ifndef TARN_TARN_IO_POLL_PACE_H_
+#define TARN_TARN_IO_POLL_PACE_H_
+
+#include <stddef.h>
+#include <stdint.h>
+
+// A wait by poll() looks at each descriptor; one on a set that the kernel keeps costs what is
+// ready. So there is a set with many descriptors, and with fewer while the poller is busy: while
+// pass after pass finds something. But the set does not tell of a descriptor that was closed or
+// replaced while it was watched, and poll() does, so a pass goes by poll() all the same after so
+// many passes or a second, and after one that found nothing: a look.
+//
+// Owned by TarnPoller, whose polling thread alone calls.
+class PollPace {
+ public:
+  // With few descriptors a set lasts until there has been nothing for so many milliseconds, or
+  // something changes: then it is not in the way of whoever counts descriptors.
+  static constexpr int kQuiet = 100;
+  static bool is_few(size_t watched);
+
+  bool wants_set(size_t watched) const;
+  // The last pass has found nothing.
+  bool is_calm() const { return busy_passes_ == 0; }
+
+  // `now` is in milliseconds, of any clock that does not jump.
+  bool is_look_due(int64_t now) const;
+  // This pass is a look at so many descriptors.
+  void note_look(size_t watched, int64_t now);
+  // A pass is over.
+  void note_pass(bool found_something);
+  // Not busy any more.
+  void calm_down();
+
+ private:
+  unsigned int busy_passes_ = 0;  // in a row
+  size_t passes_to_look_ = 0;
+  int64_t looked_at_ = 0;
+};
+
+#endif  // TARN_TARN_IO_POLL_PACE_H_
