@@ -23,21 +23,7 @@
 
 namespace tarn_model {
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define TARN_MODEL_ADDRESS_SANITIZER 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__)
-#define TARN_MODEL_ADDRESS_SANITIZER 1
-#endif
-
-#if defined(TARN_MODEL_ADDRESS_SANITIZER)
-constexpr bool kSlow = true;
-#else
-constexpr bool kSlow = tarn_test::kThreadSanitizer;
-#endif
-
+constexpr bool kSlow = tarn_test::kAddressSanitizer || tarn_test::kThreadSanitizer;
 constexpr uint64_t kDefaultSeed = 20'250'319;
 constexpr size_t kLongestSequence = 400;
 
