@@ -56,23 +56,21 @@ void EpollSet::watch(int fd, short events, uint32_t generation) {
   has_[place] = events != 0;
 }
 
-EpollSet::Outcome EpollSet::wait(int set, int timeout, std::vector<ReadyDescriptor>& ready) {
+WaitOutcome EpollSet::wait(int set, int timeout, std::vector<ReadyDescriptor>& ready) {
   epoll_event events[kMostAtOnce];
   const int count = epoll_wait(set, events, kMostAtOnce, timeout);
-  if (count < 0) return errno == EINTR ? Outcome::kInterrupted : Outcome::kFailed;
+  if (count < 0) return errno == EINTR ? WaitOutcome::kInterrupted : WaitOutcome::kFailed;
   for (int i = 0; i < count; ++i) ready.push_back(ready_descriptor(events[i]));
   std::sort(ready.begin(), ready.end(),
             [](const ReadyDescriptor& a, const ReadyDescriptor& b) { return a.fd < b.fd; });
-  return count > 0 ? Outcome::kReady : Outcome::kNothing;
+  return count > 0 ? WaitOutcome::kReady : WaitOutcome::kNothing;
 }
 
 #else  // every wait goes by poll()
 
 void EpollSet::open() { has_failed_ = true; }
 void EpollSet::watch(int, short, uint32_t) {}
-EpollSet::Outcome EpollSet::wait(int, int, std::vector<ReadyDescriptor>&) {
-  return Outcome::kFailed;
-}
+WaitOutcome EpollSet::wait(int, int, std::vector<ReadyDescriptor>&) { return WaitOutcome::kFailed; }
 
 #endif
 

@@ -9,12 +9,10 @@
 #include "tarn_io/ready_descriptor.h"
 
 // A wait costs what is ready, however much is watched. Owned by TarnPoller, whose lock is held for
-// everything but wait(). Of a descriptor that is closed or replaced while it is in the set that may
-// go on telling, and the next watch() of it fails: only a new set helps.
+// everything but wait(). A set may go on telling of a descriptor that was closed or replaced while
+// in it, and the next watch() of that fails: only a new set helps.
 class EpollSet {
  public:
-  enum class Outcome { kReady, kNothing, kInterrupted, kFailed };
-
   EpollSet() = default;
   ~EpollSet() { close(); }
   EpollSet(const EpollSet&) = delete;
@@ -24,7 +22,7 @@ class EpollSet {
   void open();
   void close();
   bool is_open() const { return fd_ >= 0; }
-  // Whether something was refused since open() was called.
+  // Whether something was refused since open() was called last, also if the set is closed by now.
   bool has_failed() const { return has_failed_; }
   // For a wait that was.
   void note_failure() { has_failed_ = true; }
@@ -36,7 +34,7 @@ class EpollSet {
 
   // Waits for at most `timeout` milliseconds, then appends what is ready in ascending order of
   // descriptors: all of it, or a thousand of more.
-  static Outcome wait(int set, int timeout, std::vector<ReadyDescriptor>& ready);
+  static WaitOutcome wait(int set, int timeout, std::vector<ReadyDescriptor>& ready);
 
  private:
   bool control(int operation, int fd, short events, uint32_t generation);

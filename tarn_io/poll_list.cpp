@@ -23,15 +23,20 @@ void PollList::add(int fd, short events, uint32_t generation, const oxutils::Fun
   read_funcs_.push_back(read_func);
 }
 
-void PollList::wait(int timeout, std::vector<pollfd>& memory,
-                    std::vector<ReadyDescriptor>& ready) const {
+WaitOutcome PollList::wait(int timeout, std::vector<pollfd>& memory,
+                           std::vector<ReadyDescriptor>& ready) const {
   memory = fds_;
   const int count = ::poll(memory.data(), static_cast<nfds_t>(memory.size()), timeout);
-  // It fails again at once while more is watched than the limit on descriptors allows.
-  if (count < 0 && errno != EINTR) ::poll(nullptr, 0, std::min(timeout, kFailurePause));
+  if (count < 0 && errno == EINTR) return WaitOutcome::kInterrupted;
+  if (count < 0) {
+    // It fails again at once while more is watched than the limit on descriptors allows.
+    ::poll(nullptr, 0, std::min(timeout, kFailurePause));
+    return WaitOutcome::kFailed;
+  }
   for (size_t i = 0; i < memory.size(); ++i) {
     if (memory[i].revents > 0) ready.push_back({memory[i].fd, memory[i].revents, generations_[i]});
   }
+  return count > 0 ? WaitOutcome::kReady : WaitOutcome::kNothing;
 }
 
 const oxutils::Function* PollList::read_func(const ReadyDescriptor& ready) const {

@@ -14,7 +14,8 @@
 
 // Serves one pass after another until something changes. Filled by TarnPoller under its lock and
 // never altered from then on, so that a pass uses it without; only outdate() may come from any
-// thread. Whoever drops it holds no lock: it may have the last reference to a function.
+// thread. It may have the last reference to a function that was replaced or emptied since: then it
+// is to be dropped with no lock held.
 class PollList {
  public:
   void reserve(size_t count);
@@ -26,8 +27,9 @@ class PollList {
   bool is_outdated() const { return outdated_; }
 
   // Waits by poll() for at most `timeout` milliseconds, then appends what is ready in ascending
-  // order of descriptors. An interrupted or failed call yields nothing. `memory` is for the call.
-  void wait(int timeout, std::vector<pollfd>& memory, std::vector<ReadyDescriptor>& ready) const;
+  // order of descriptors. Does not return at once when it fails. `memory` is for the call.
+  WaitOutcome wait(int timeout, std::vector<pollfd>& memory,
+                   std::vector<ReadyDescriptor>& ready) const;
 
   // The function for a descriptor's data, or null.
   const oxutils::Function* read_func(const ReadyDescriptor& ready) const;

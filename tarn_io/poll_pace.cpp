@@ -11,11 +11,15 @@ constexpr unsigned int kBusy = 64;
 // at.
 constexpr size_t kPassesPerDescriptor = 32;
 constexpr size_t kMostPasses = 1024;
-constexpr int64_t kLongest = 1000;  // ms
+constexpr int kLongest = 1000;  // ms
+// ms; the same with few descriptors, and how long they have a set that has nothing to tell
+constexpr int kQuiet = 100;
 
 }  // namespace
 
 bool PollPace::is_few(size_t watched) { return watched < kFew; }
+
+int PollPace::longest_wait(size_t watched) { return is_few(watched) ? kQuiet : kLongest; }
 
 bool PollPace::wants_set(size_t watched) const { return watched >= kMany || busy_passes_ >= kBusy; }
 

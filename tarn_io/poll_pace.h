@@ -8,19 +8,21 @@
 // A wait by poll() looks at each descriptor; one on a set that the kernel keeps costs what is
 // ready. So there is a set with many descriptors, and with fewer while the poller is busy: while
 // pass after pass finds something. But the set does not tell of a descriptor that was closed or
-// replaced while it was watched, and poll() does, so a pass goes by poll() all the same after so
-// many passes or a second, and after one that found nothing: a look.
+// replaced while it was watched, and poll() does. So after so many passes or a second, and after
+// one that found nothing, a pass goes by poll() all the same, which is called a look; and a wait
+// on the set that lasts goes on as one.
 //
 // Owned by TarnPoller, whose polling thread alone calls.
 class PollPace {
  public:
-  // With few descriptors a set lasts until there has been nothing for so many milliseconds, or
-  // something changes: then it is not in the way of whoever counts descriptors.
-  static constexpr int kQuiet = 100;
+  // With few descriptors the set goes when a wait finds nothing, or something changes: then it is
+  // not in the way of whoever counts descriptors.
   static bool is_few(size_t watched);
+  // ms; for how long a wait goes on in the same way while there is a set.
+  static int longest_wait(size_t watched);
 
   bool wants_set(size_t watched) const;
-  // The last pass has found nothing.
+  // No pass has found anything since the last one that did not.
   bool is_calm() const { return busy_passes_ == 0; }
 
   // `now` is in milliseconds, of any clock that does not jump.

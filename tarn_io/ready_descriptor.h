@@ -1,4 +1,4 @@
-// ReadyDescriptor: what either of the poller's waits tells.
+// What either of the poller's waits tells.
 #ifndef TARN_TARN_IO_READY_DESCRIPTOR_H_
 #define TARN_TARN_IO_READY_DESCRIPTOR_H_
 
@@ -10,5 +10,7 @@ struct ReadyDescriptor {
   short revents;        // of poll()
   uint32_t generation;  // of the watch
 };
+
+enum class WaitOutcome { kReady, kNothing, kInterrupted, kFailed };
 
 #endif  // TARN_TARN_IO_READY_DESCRIPTOR_H_

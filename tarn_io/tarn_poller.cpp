@@ -1,7 +1,5 @@
 #include "tarn_io/tarn_poller.h"
 
-#include <errno.h>
-#include <limits.h>
 #include <sys/socket.h>
 
 #include <algorithm>
@@ -56,6 +54,7 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
     note_change(fd, handler);
     outdated.swap(list_);
   }
+  if (is_polling_thread() && spare_pass_) spare_pass_->clear();
   wake();  // the replaced function goes with no lock held
 }
 
@@ -105,8 +104,12 @@ void TarnPoller::reset_waker(const oxutils::Function& f) {
   if (waker_.get() == f.get()) waker_ = oxutils::Function();
 }
 
+bool TarnPoller::is_polling_thread() const {
+  return pthread_equal(polling_thread_, pthread_self()) != 0;
+}
+
 void TarnPoller::wake() {
-  if (pthread_equal(polling_thread_, pthread_self()) != 0) return;
+  if (is_polling_thread()) return;
   oxutils::Function waker;
   {
     const oxutils::scoped_lock hold(lock_);

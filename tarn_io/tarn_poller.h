@@ -2,12 +2,15 @@
 #ifndef TARN_TARN_IO_TARN_POLLER_H_
 #define TARN_TARN_IO_TARN_POLLER_H_
 
+#include <limits.h>
 #include <poll.h>
+#include <pthread.h>
 #include <stdint.h>
 #include <sys/select.h>
 
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "oxutils/callback.h"
@@ -78,8 +81,8 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // What one pass waits on, the set if there is one and else the list, and what comes of it.
   struct Pass {
     int set = -1;
-    bool is_few = false;                   // what is in the set
     std::shared_ptr<const PollList> list;  // beside a set only if there is a list anyway
+    int longest = INT_MAX;                 // ms, after which it goes on by the list as it is then
     std::vector<pollfd> memory;
     std::vector<ReadyDescriptor> ready;
 
@@ -103,13 +106,15 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void silence(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
   // False when the descriptor has no pending error that could be read.
   bool clear_error(int fd, uint32_t generation) OX_EXCLUDES(lock_);
+  bool is_polling_thread() const;
   void wake() OX_EXCLUDES(lock_);
 
   // False when nothing is watched. `timeout` becomes less for the sake of pauses.
   bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
   void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  // False when the set has had nothing to tell: the rest of the time is for a wait on the list.
-  bool wait_on_set(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
+  static WaitOutcome wait_on(Pass& pass, int timeout);
+  void give_up_set() OX_EXCLUDES(lock_);
+  void go_on_by_list(Pass& pass, int timeout) OX_EXCLUDES(lock_);
   void become_quiet() OX_REQUIRES(lock_);
   void choose_set(bool is_look) OX_REQUIRES(lock_);
   void open_set() OX_REQUIRES(lock_);
@@ -138,7 +143,7 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
   std::shared_ptr<PollList> list_ OX_GUARDED_BY(lock_);  // dropped when a function changes
   EpollSet set_ OX_GUARDED_BY(lock_);
-  std::vector<int> to_review_ OX_GUARDED_BY(lock_);
+  std::set<int> to_review_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<pthread_t> polling_thread_{pthread_t{}};
 
   // I/O thread only.

@@ -7,6 +7,7 @@
 void TarnPoller::Pass::clear() {
   set = -1;
   list.reset();
+  longest = INT_MAX;
   ready.clear();
 }
 
@@ -17,17 +18,17 @@ bool TarnPoller::begin(Pass& pass, int& timeout) {
   if (!is_look && pass.is_lasting()) return true;
   pass.clear();
   const oxutils::scoped_lock hold(lock_);
-  if (handlers_.empty()) return false;
   if (is_look) pace_.note_look(handlers_.size(), now);
   choose_set(is_look);
+  if (handlers_.empty()) return false;
   if (!is_look && set_.is_open()) review(timeout);
   if (!is_look && set_.is_open() && !set_.has_failed()) {
     pass.set = set_.fd();
-    pass.is_few = PollPace::is_few(handlers_.size());
     pass.list = list_;
   } else {
     pass.list = current_list(timeout);
   }
+  if (set_.is_open()) pass.longest = PollPace::longest_wait(handlers_.size());
   return true;
 }
 
@@ -53,11 +54,11 @@ void TarnPoller::open_set() {
   if (set_.has_failed()) close_set();
 }
 
-// A lasting pass has the set's number.
+// A lasting pass would wait on the closed number: with its list outdated it lasts no longer.
 void TarnPoller::close_set() {
   if (set_.is_open()) outdate_list();
   set_.close();
-  to_review_ = std::vector<int>();
+  to_review_.clear();
 }
 
 void TarnPoller::outdate_list() {
@@ -72,7 +73,7 @@ void TarnPoller::note_change(int fd, EventHandler& handler) {
 void TarnPoller::arm(int fd, EventHandler& handler) {
   const bool is_paused = handler.paused_until != 0;
   const short events = is_paused ? short{0} : get_events_flag(handler);
-  if (events == 0) to_review_.push_back(fd);
+  if (events == 0) to_review_.insert(fd);
   set_.watch(fd, events, handler.generation);
 }
 
@@ -110,7 +111,7 @@ std::shared_ptr<PollList> TarnPoller::make_list(int& timeout) {
 }
 
 void TarnPoller::review(int& timeout) {
-  std::vector<int> fds;
+  std::set<int> fds;
   fds.swap(to_review_);
   for (const int fd : fds) {
     const auto found = handlers_.find(fd);
@@ -118,31 +119,41 @@ void TarnPoller::review(int& timeout) {
     if (get_events_flag(found->second) == 0) {
       handlers_.erase(found);
     } else if (is_paused(found->second, timeout)) {
-      to_review_.push_back(fd);
+      to_review_.insert(fd);
     } else {
       arm(fd, found->second);
     }
   }
 }
 
+WaitOutcome TarnPoller::wait_on(Pass& pass, int timeout) {
+  return pass.set >= 0 ? EpollSet::wait(pass.set, timeout, pass.ready)
+                       : pass.list->wait(timeout, pass.memory, pass.ready);
+}
+
+// A signal ends the pass; so does a wait on the list that fails.
 void TarnPoller::wait(Pass& pass, int timeout) {
-  if (pass.set < 0 || !wait_on_set(pass, timeout)) {
-    pass.list->wait(timeout, pass.memory, pass.ready);
+  const int longest = std::min(timeout, pass.longest);
+  const WaitOutcome outcome = wait_on(pass, longest);
+  if (outcome == WaitOutcome::kFailed && pass.set >= 0) {
+    give_up_set();
+    go_on_by_list(pass, timeout);
+  } else if (outcome == WaitOutcome::kNothing && (pass.set >= 0 || longest < timeout)) {
+    go_on_by_list(pass, timeout - longest);
   }
 }
 
-// A signal ends the pass, as it does with poll().
-bool TarnPoller::wait_on_set(Pass& pass, int& timeout) {
-  const int longest = pass.is_few ? std::min(timeout, PollPace::kQuiet) : timeout;
-  const EpollSet::Outcome outcome = EpollSet::wait(pass.set, longest, pass.ready);
-  if (outcome == EpollSet::Outcome::kReady || outcome == EpollSet::Outcome::kInterrupted) {
-    return true;
-  }
-  pass.clear();
+void TarnPoller::give_up_set() {
   const oxutils::scoped_lock hold(lock_);
-  if (outcome == EpollSet::Outcome::kNothing) timeout -= longest;
-  if (outcome == EpollSet::Outcome::kFailed) set_.note_failure();
-  become_quiet();
-  pass.list = current_list(timeout);
-  return false;
+  set_.note_failure();
+}
+
+void TarnPoller::go_on_by_list(Pass& pass, int timeout) {
+  pass.clear();
+  {
+    const oxutils::scoped_lock hold(lock_);
+    become_quiet();
+    pass.list = current_list(timeout);
+  }
+  wait_on(pass, timeout);
 }

@@ -12,6 +12,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <utility>
 
 #include "tarn/io.h"
@@ -159,6 +160,13 @@ int open_descriptors() {
   while (readdir(directory) != nullptr) ++count;
   closedir(directory);
   return count - 3;  // ".", ".." and the directory itself
+}
+
+std::string file_of(int fd) {
+  char name[256];
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  const ssize_t len = readlink(link.c_str(), name, sizeof name);
+  return std::string(name, static_cast<size_t>(std::max<ssize_t>(len, 0)));
 }
 
 double process_cpu_seconds() {

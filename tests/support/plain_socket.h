@@ -54,6 +54,8 @@ class PlainSocket {
 unsigned short free_port();
 
 int open_descriptors();
+// What the system calls the file behind a descriptor; "" for none.
+std::string file_of(int fd);
 double process_cpu_seconds();
 
 // Returns when the I/O thread has gone through at least one pass that began after the call, so that

@@ -16,7 +16,6 @@
 
 using tarn_test::Ends;
 using tarn_test::OwnedFd;
-using Outcome = EpollSet::Outcome;
 
 namespace {
 
@@ -29,7 +28,7 @@ class EpollSetOpen : public testing::Test {
     tarn_test::send_text(ends_.far.get(), "hello");
   }
 
-  Outcome wait(int timeout) {
+  WaitOutcome wait(int timeout) {
     ready_.clear();
     return EpollSet::wait(set_.fd(), timeout, ready_);
   }
@@ -44,7 +43,7 @@ class EpollSetOpen : public testing::Test {
 TEST_F(EpollSetOpen, TellsTheEventsAndTheWatchOfWhatIsReady) {
   set_.watch(ends_.near.get(), POLLIN, 7);
 
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
 
   ASSERT_EQ(ready_.size(), 1u);
   EXPECT_EQ(ready_[0].fd, ends_.near.get());
@@ -59,7 +58,7 @@ TEST_F(EpollSetOpen, TellsInAscendingOrderOfDescriptors) {
   for (const int fd : fds) set_.watch(fd, POLLOUT, 1);
   std::sort(fds.begin(), fds.end());
 
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
 
   ASSERT_EQ(ready_.size(), 3u);
   for (size_t i = 0; i < 3; ++i) EXPECT_EQ(ready_[i].fd, fds[i]);
@@ -69,7 +68,7 @@ TEST_F(EpollSetOpen, WatchesForOtherEventsOfAnotherWatchOnceItIsTold) {
   set_.watch(ends_.near.get(), POLLIN, 7);
   set_.watch(ends_.near.get(), POLLOUT, 8);
 
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
 
   ASSERT_EQ(ready_.size(), 1u);
   EXPECT_EQ(ready_[0].revents, POLLOUT);
@@ -80,7 +79,7 @@ TEST_F(EpollSetOpen, DoesNotWatchWithoutEvents) {
   set_.watch(ends_.near.get(), POLLIN, 7);
   set_.watch(ends_.near.get(), 0, 7);
 
-  EXPECT_EQ(wait(0), Outcome::kNothing);
+  EXPECT_EQ(wait(0), WaitOutcome::kNothing);
   EXPECT_TRUE(ready_.empty());
   EXPECT_FALSE(set_.has_failed());
 }
@@ -96,7 +95,7 @@ TEST_F(EpollSetOpen, WatchesAgain) {
   set_.watch(ends_.near.get(), 0, 7);
   set_.watch(ends_.near.get(), POLLIN, 8);
 
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
   EXPECT_FALSE(set_.has_failed());
 }
 
@@ -133,9 +132,9 @@ TEST_F(EpollSetOpen, BeginsAnewWhenItIsOpenedAgain) {
   set_.open();
 
   EXPECT_FALSE(set_.has_failed());
-  EXPECT_EQ(wait(0), Outcome::kNothing);
+  EXPECT_EQ(wait(0), WaitOutcome::kNothing);
   set_.watch(ends_.near.get(), POLLIN, 8);
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
 }
 
 TEST_F(EpollSetOpen, GivesItsDescriptorBackWhenItIsClosed) {
@@ -160,7 +159,7 @@ TEST_F(EpollSetOpen, TellsAThousandAtOnceAndTheRestLater) {
   }
   ASSERT_FALSE(set_.has_failed());
 
-  EXPECT_EQ(wait(kLong), Outcome::kReady);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kReady);
 
   EXPECT_EQ(ready_.size(), 1000u);
 }
@@ -168,14 +167,14 @@ TEST_F(EpollSetOpen, TellsAThousandAtOnceAndTheRestLater) {
 TEST_F(EpollSetOpen, TellsASignalFromSilence) {
   const tarn_test::SignalEvery signal(std::chrono::milliseconds(1));
 
-  EXPECT_EQ(wait(kLong), Outcome::kInterrupted);
+  EXPECT_EQ(wait(kLong), WaitOutcome::kInterrupted);
 }
 
 TEST(EpollSet, CannotWaitOnWhatIsNoSet) {
   const Ends ends = tarn_test::udp_ends();
   std::vector<ReadyDescriptor> ready;
 
-  EXPECT_EQ(EpollSet::wait(ends.near.get(), 0, ready), Outcome::kFailed);
+  EXPECT_EQ(EpollSet::wait(ends.near.get(), 0, ready), WaitOutcome::kFailed);
   EXPECT_TRUE(ready.empty());
 }
 

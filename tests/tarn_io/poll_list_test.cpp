@@ -11,6 +11,7 @@
 #include "tests/support/net_call.h"
 #include "tests/support/net_sockets.h"
 #include "tests/support/plain_socket.h"
+#include "tests/support/signal_every.h"
 
 using tarn_test::Call;
 using tarn_test::Ends;
@@ -31,7 +32,7 @@ class PollListOfTwo : public testing::Test {
 
   std::vector<ReadyDescriptor> wait(int timeout) {
     std::vector<ReadyDescriptor> ready;
-    list_.wait(timeout, memory_, ready);
+    EXPECT_EQ(list_.wait(timeout, memory_, ready), WaitOutcome::kReady);
     return ready;
   }
 
@@ -117,9 +118,21 @@ TEST(PollList, SleepsWhenItIsEmpty) {
   std::vector<ReadyDescriptor> ready;
   const auto begun = std::chrono::steady_clock::now();
 
-  list.wait(30, memory, ready);
+  EXPECT_EQ(list.wait(30, memory, ready), WaitOutcome::kNothing);
 
   EXPECT_GE(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(30));
+  EXPECT_TRUE(ready.empty());
+}
+
+TEST(PollList, TellsASignalFromSilence) {
+  const Ends ends = tarn_test::udp_ends();
+  PollList list;
+  list.add(ends.near.get(), POLLIN, 1, oxutils::Function());
+  std::vector<pollfd> memory;
+  std::vector<ReadyDescriptor> ready;
+  const tarn_test::SignalEvery signal(std::chrono::milliseconds(1));
+
+  EXPECT_EQ(list.wait(kLong, memory, ready), WaitOutcome::kInterrupted);
   EXPECT_TRUE(ready.empty());
 }
 
@@ -135,10 +148,11 @@ TEST(PollList, PausesWhenTheSystemRefusesTheWait) {
   std::vector<ReadyDescriptor> ready;
   const auto begun = std::chrono::steady_clock::now();
 
-  list.wait(kLong, memory, ready);
+  const WaitOutcome outcome = list.wait(kLong, memory, ready);
   const auto taken = std::chrono::steady_clock::now() - begun;
   setrlimit(RLIMIT_NOFILE, &before);
 
+  EXPECT_EQ(outcome, WaitOutcome::kFailed);
   EXPECT_TRUE(ready.empty());
   EXPECT_GE(taken, std::chrono::milliseconds(20));
   EXPECT_LT(taken, std::chrono::milliseconds(kLong));

@@ -110,6 +110,11 @@ TEST(PollPace, IsCalmUntilAPassFindsSomething) {
   EXPECT_FALSE(pace.is_calm());
 }
 
+TEST(PollPace, WaitsInOneWayForASecondAndWithFewForATenthOfOne) {
+  EXPECT_EQ(PollPace::longest_wait(15), 100);
+  EXPECT_EQ(PollPace::longest_wait(16), 1000);
+}
+
 TEST(PollPace, FewAreLessThan16) {
   EXPECT_TRUE(PollPace::is_few(15));
   EXPECT_FALSE(PollPace::is_few(16));

@@ -5,8 +5,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
+
+#ifdef __linux__
+#include <sys/epoll.h>
+#endif
 
 #include "tarn_io/tarn_poller.h"
 #include "tests/support/net_call.h"
@@ -32,6 +38,22 @@ int64_t ms_since(std::chrono::steady_clock::time_point begun) {
                                                                begun)
       .count();
 }
+
+void keep(std::shared_ptr<int>) {}
+
+#ifdef __linux__
+// A set of the system's that always has something to tell.
+struct ReadableSet {
+  ReadableSet() : fd(epoll_create1(0)) {
+    epoll_event event = {};
+    event.events = EPOLLOUT;
+    event.data.u64 = ~uint64_t{0};
+    EXPECT_EQ(epoll_ctl(fd.get(), EPOLL_CTL_ADD, ends.near.get(), &event), 0);
+  }
+  const OwnedFd fd;
+  const Ends ends = tarn_test::udp_ends();
+};
+#endif
 
 // A poller that watches a socket of the test's besides one that has kept it busy.
 class TarnPollerBusy : public testing::Test {
@@ -234,6 +256,58 @@ TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnOnceThingsAreQuiet) {
 
   EXPECT_EQ(tarn_test::open_descriptors(), before_);
 }
+
+TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnInALongLookThatFindsNothing) {
+  be_busy();
+  std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a look is due
+  read_busy();
+  std::atomic<int> during{0};
+  std::thread other([&] {
+    usleep(700'000);
+    during = tarn_test::open_descriptors();
+  });
+
+  poller_.poll(1500);
+  other.join();
+
+  EXPECT_EQ(during, before_);
+}
+
+TEST_F(TarnPollerBusy, LetsGoOfAFunctionThatIsUnwatchedBetweenTwoPasses) {
+  const auto held = std::make_shared<int>();
+  const Ends third = tarn_test::udp_ends();
+  poller_.watch_read(third.near.get(), oxutils::Function(&keep, held));
+  for (int pass = 0; pass < kBusyPasses; ++pass) poller_.poll(kLong);
+
+  poller_.unwatch_read(third.near.get());
+
+  EXPECT_EQ(held.use_count(), 1);
+}
+
+#ifdef __linux__
+
+TEST_F(TarnPollerBusy, ForgetsASetThatACallbackHasClosedByPollingUntilItIsQuiet) {
+  bool is_last = false;
+  Call nested([&] {
+    if (!is_last) return;
+    read_busy();
+    poller_.poll(110);
+  });
+  poller_.watch_read(busy_.near.get(), nested.function());
+  for (int pass = 0; pass < kBusyPasses; ++pass) poller_.poll(kLong);
+  is_last = true;
+  poller_.poll(kLong);
+  EXPECT_EQ(tarn_test::open_descriptors(), before_);
+  // Another file has the number, with an event of its own in each pass.
+  const ReadableSet other;
+  tarn_test::send_text(ends_.far.get(), "hello");
+
+  poller_.poll(kLong);
+
+  EXPECT_EQ(read_.count(), 1);
+}
+
+#endif
 
 TEST_F(TarnPollerBusy, HasNoDescriptorOfItsOwnInThePassAfterAChange) {
   be_busy();
