@@ -23,6 +23,8 @@ uint64_t tag(int fd, uint32_t generation) {
   return (uint64_t{generation} << 32) | static_cast<uint32_t>(fd);
 }
 
+bool by_descriptor(const ReadyDescriptor& a, const ReadyDescriptor& b) { return a.fd < b.fd; }
+
 ReadyDescriptor ready_descriptor(const epoll_event& event) {
   return {static_cast<int>(static_cast<uint32_t>(event.data.u64)), static_cast<short>(event.events),
           static_cast<uint32_t>(event.data.u64 >> 32)};
@@ -61,8 +63,7 @@ WaitOutcome EpollSet::wait(int set, int timeout, std::vector<ReadyDescriptor>& r
   const int count = epoll_wait(set, events, kMostAtOnce, timeout);
   if (count < 0) return errno == EINTR ? WaitOutcome::kInterrupted : WaitOutcome::kFailed;
   for (int i = 0; i < count; ++i) ready.push_back(ready_descriptor(events[i]));
-  std::sort(ready.begin(), ready.end(),
-            [](const ReadyDescriptor& a, const ReadyDescriptor& b) { return a.fd < b.fd; });
+  if (count > 1) std::sort(ready.begin(), ready.end(), by_descriptor);
   return count > 0 ? WaitOutcome::kReady : WaitOutcome::kNothing;
 }
 
