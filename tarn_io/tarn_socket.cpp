@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <utility>
@@ -17,13 +18,6 @@ constexpr int kBacklog = 128;
 constexpr uint16_t kProbePort = 65535;
 constexpr uint32_t kProbeIpv4 = 0x08080808;
 constexpr unsigned char kProbeIpv6FirstByte = 0x20;
-
-// Room for the address of either family.
-union SocketAddress {
-  sockaddr any;
-  sockaddr_in v4;
-  sockaddr_in6 v6;
-};
 
 bool is_known(TarnSocket::AddrFamily af) {
   return af == TarnSocket::IPV4 || af == TarnSocket::IPV6;
@@ -63,7 +57,7 @@ bool TarnSocket::has_ip_v4() {
   address.sin_family = AF_INET;
   address.sin_port = htons(kProbePort);
   address.sin_addr.s_addr = htonl(kProbeIpv4);
-  SocketAddress any;
+  Address any;
   any.v4 = address;
   const bool found = ip_stack_check_connect(AF_INET, &any.any, sizeof address);
   TARN_LOG_VERBOSE("chenck ipv4 %d", found ? 1 : 0);
@@ -75,7 +69,7 @@ bool TarnSocket::has_ip_v6() {
   address.sin6_family = AF_INET6;
   address.sin6_port = htons(kProbePort);
   address.sin6_addr.s6_addr[0] = kProbeIpv6FirstByte;
-  SocketAddress any;
+  Address any;
   any.v6 = address;
   const bool found = ip_stack_check_connect(AF_INET6, &any.any, sizeof address);
   TARN_LOG_VERBOSE("chenck ipv6 %d", found ? 1 : 0);
@@ -101,17 +95,29 @@ bool TarnSocket::connect(const char* ip, short port) {
 }
 
 bool TarnSocket::connect(TarnAddr& addr) {
-  SocketAddress to;
+  Address to;
+  return fill(addr, to) && ::connect(fd_, &to.any, address_size(af_)) == 0;
+}
+
+bool TarnSocket::fill(const TarnAddr& addr, Address& out) const {
+  if (af_ == IPV6) return addr.get_sock_addr_v6(out.v6);
+  return af_ == IPV4 && addr.get_sock_addr_v4(out.v4);
+}
+
+void TarnSocket::read_only_from(const TarnAddr& peer) { has_peer_ = fill(peer, peer_); }
+
+bool TarnSocket::is_peer(const Address& source) const {
+  if (source.any.sa_family != peer_.any.sa_family) return false;
   if (af_ == IPV6) {
-    addr.get_sock_addr_v6(to.v6);
-  } else if (af_ != IPV4 || !addr.get_sock_addr_v4(to.v4)) {
-    return false;
+    return source.v6.sin6_port == peer_.v6.sin6_port &&
+           IN6_ARE_ADDR_EQUAL(&source.v6.sin6_addr, &peer_.v6.sin6_addr);
   }
-  return ::connect(fd_, &to.any, address_size(af_)) == 0;
+  return source.v4.sin_port == peer_.v4.sin_port &&
+         source.v4.sin_addr.s_addr == peer_.v4.sin_addr.s_addr;
 }
 
 bool TarnSocket::bind(uint16_t port) {
-  SocketAddress local = {};
+  Address local = {};
   if (af_ == IPV4) {
     local.v4.sin_family = AF_INET;
     local.v4.sin_addr.s_addr = htonl(INADDR_ANY);
@@ -137,7 +143,7 @@ bool TarnSocket::listen() {
 
 TarnSocket TarnSocket::accept() {
   if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
-  SocketAddress from;
+  Address from;
   socklen_t size = address_size(af_);
   const int fd = ::accept(fd_, &from.any, &size);
   if (fd < 0) TARN_LOG_ERROR("fd %d accept failed error %d", fd_, last_error());
@@ -170,7 +176,23 @@ int TarnSocket::readable_len() {
 
 int TarnSocket::read(char* buf, int len) {
   OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == UDP);
-  return static_cast<int>(recv(fd_, buf, static_cast<size_t>(len), 0));
+  const auto size = static_cast<size_t>(len);
+  return has_peer_ ? read_from_peer(buf, size) : static_cast<int>(recv(fd_, buf, size, 0));
+}
+
+// Others' datagrams are few, and each is one less.
+int TarnSocket::read_from_peer(char* buf, size_t len) {
+  for (;;) {
+    Address source = {};
+    iovec part = {buf, len};
+    msghdr message = {};
+    message.msg_name = &source;
+    message.msg_namelen = sizeof source;
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    const ssize_t result = recvmsg(fd_, &message, 0);
+    if (result < 0 || is_peer(source)) return static_cast<int>(result);
+  }
 }
 
 char* TarnSocket::peek() {
@@ -197,7 +219,7 @@ TcpBuffer TarnSocket::detach_buffer() {
 
 int TarnSocket::readfrom(char* buf, int len, TarnAddr& from) {
   if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
-  SocketAddress source = {};
+  Address source = {};
   socklen_t size = address_size(af_);
   const ssize_t result = recvfrom(fd_, buf, static_cast<size_t>(len), 0, &source.any, &size);
   from = TarnAddr(&source.any);

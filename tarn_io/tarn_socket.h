@@ -2,6 +2,7 @@
 #ifndef TARN_TARN_IO_TARN_SOCKET_H_
 #define TARN_TARN_IO_TARN_SOCKET_H_
 
+#include <netinet/in.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <sys/socket.h>
@@ -45,6 +46,10 @@ class TarnSocket {
   // goes on in the background fails too.
   bool connect(const char* ip, short port);
   bool connect(TarnAddr& addr);
+  // From now on read() leaves out what others than `peer` have sent. A socket that was bound before
+  // it was connected may be given others' datagrams for a moment after it, too: those that were on
+  // their way to it.
+  void read_only_from(const TarnAddr& peer);
   // Binds the family's wildcard address.
   bool bind(uint16_t port);
   bool listen();
@@ -62,7 +67,7 @@ class TarnSocket {
 
   // UDP: size of the next datagram; TCP: bytes in the buffer.
   int readable_len();
-  // One recv. Requires: UDP.
+  // One datagram. Requires: UDP.
   int read(char* buf, int len);
   // The first byte of the buffer; drop bytes from it. Require: TCP.
   char* peek();
@@ -83,9 +88,23 @@ class TarnSocket {
   static void log_send_failure(int fd, int error);
 
  private:
+  // Room for the address of either family.
+  union Address {
+    sockaddr any;
+    sockaddr_in v4;
+    sockaddr_in6 v6;
+  };
+
+  // False when `addr` does not fit the family.
+  bool fill(const TarnAddr& addr, Address& out) const;
+  int read_from_peer(char* buf, size_t len);
+  bool is_peer(const Address& source) const;
+
   int fd_;
   AddrFamily af_ = IPV4;
   Protocol protocol_;
+  bool has_peer_ = false;
+  Address peer_ = {};  // that read() goes by, if there is one
   TcpBuffer buffer_;
 };
 

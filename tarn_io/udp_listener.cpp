@@ -34,6 +34,7 @@ void UdpListener::accept_peer(TarnAddr& peer) {
   socket.bind(port_);
   // An address that was too long to be kept is nobody's.
   if (!peer.get_ip().empty() && socket.connect(peer)) {
+    socket.read_only_from(peer);
     drain(socket, peer);
   } else {
     // Unconnected it would take the other peers' datagrams.

@@ -24,6 +24,7 @@
   POINT(epoll_wait)                \
   POINT(recv)                      \
   POINT(recvfrom)                  \
+  POINT(recvmsg)                   \
   POINT(readv)                     \
   POINT(send)                      \
   POINT(close)                     \

@@ -33,6 +33,7 @@ const std::vector<Row>& rows() {
       {kFault_epoll_ctl, kCompletes, {ENOMEM, ENOSPC, EPERM}},
       {kFault_epoll_wait, kCompletes, {EINTR, EBADF}},
       {kFault_recv, kCompletes, {EAGAIN, EINTR}},
+      {kFault_recvmsg, kCompletes, {EAGAIN, EINTR, ENOMEM, ECONNREFUSED}},
       {kFault_readv, kCompletes, {EAGAIN, EINTR}},
       // The stream is given up.
       {kFault_readv, kMaySpoil, {ECONNRESET, ENOMEM}},

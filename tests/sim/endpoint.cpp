@@ -46,8 +46,7 @@ class Endpoint::Callback {
 class Endpoint::Call {
  public:
   explicit Call(Endpoint& endpoint)
-      : callers_(endpoint.callers_),
-        entry_(callers_.insert(endpoint.world_.scheduler().self())) {}
+      : callers_(endpoint.callers_), entry_(callers_.insert(endpoint.world_.scheduler().self())) {}
   ~Call() { callers_.erase(entry_); }
   Call(const Call&) = delete;
   Call& operator=(const Call&) = delete;

@@ -172,9 +172,23 @@ long FakeNetwork::receive(int fd, char* into, size_t room, int flags, sockaddr* 
   const long result = receive_datagram(*socket, into, room, flags, source);
   if (result < 0) return result;
   write_address(source, from, from_size);
-  // Whoever asks where it is from sorts out what came too early; a session's socket does not.
+  // With the sender's address a listener sorts out what came too early.
   const bool for_session = from == nullptr && (flags & MSG_PEEK) == 0;
   if (for_session) announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
+  return result;
+}
+
+long FakeNetwork::receive_message(int fd, msghdr& message, int flags) {
+  const FakeSocketPtr socket = find(fd);
+  auto* const into = static_cast<char*>(message.msg_iov[0].iov_base);
+  Address source;
+  const long result = receive_datagram(*socket, into, message.msg_iov[0].iov_len, flags, source);
+  if (result < 0) return result;
+  write_address(source, static_cast<sockaddr*>(message.msg_name), &message.msg_namelen);
+  // What others have sent goes no further.
+  if (socket->is_connected_to(source.port)) {
+    announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
+  }
   return result;
 }
 

@@ -62,6 +62,8 @@ class FakeNetwork {
   long send(int fd, std::string_view bytes, int flags);
   // `from` may be null.
   long receive(int fd, char* into, size_t room, int flags, sockaddr* from, socklen_t* from_size);
+  // recvmsg(), of one part with room for the sender's address.
+  long receive_message(int fd, msghdr& message, int flags);
   int poll(pollfd* fds, nfds_t count, int timeout_ms);
   int select(int count, fd_set* read, fd_set* write, fd_set* error, const timeval* timeout);
   int epoll_create();

@@ -9,8 +9,8 @@
 namespace tarn_sim {
 namespace {
 
-// Points at one instant after which it is clear that nobody waits for the time any more. Backlogs of
-// 100,000 datagrams and more arrive at one instant, at some 20 points each.
+// Points at one instant after which it is clear that nobody waits for the time any more. Backlogs
+// of 100,000 datagrams and more arrive at one instant, at some 20 points each.
 constexpr uint64_t kPointsWithoutProgress = 50'000'000;
 
 }  // namespace

@@ -154,6 +154,12 @@ ssize_t __wrap_recvfrom(int fd, void* into, size_t room, int flags, sockaddr* fr
   });
 }
 
+ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags) {
+  if (!is_simulated(fd)) return __real_recvmsg(fd, message, flags);
+  return simulate(
+      fd, [=](FakeNetwork& network) { return network.receive_message(fd, *message, flags); });
+}
+
 // Fills the first part, and goes on to the next ones with what is there already.
 ssize_t __wrap_readv(int fd, const iovec* parts, int count) {
   if (!is_simulated(fd)) return __real_readv(fd, parts, count);

@@ -160,6 +160,32 @@ TEST(TarnSocketFamily, TellsTheIpv6SourceOfADatagram) {
   sender.close();
 }
 
+TEST(TarnSocketFamily, LeavesOutWhatOthersSendToAnIpv6SocketThatReadsOnlyFromItsPeer) {
+  const NetNamespace net;
+  TARN_REQUIRE_NAMESPACE(net);
+  ASSERT_TRUE(reach_ipv6(net));
+  TarnSocket receiver(TarnSocket::UDP);
+  TarnSocket peer(TarnSocket::UDP);
+  TarnSocket other(TarnSocket::UDP);
+  ASSERT_TRUE(receiver.bind(0) && receiver.async() && peer.bind(0) && other.bind(0));
+  const auto port = static_cast<short>(tarn_test::port_of(receiver.fd()));
+  ASSERT_TRUE(peer.connect("::1", port) && other.connect("::1", port));
+  other.send("not mine", 8);
+  peer.send("mine", 4);
+  TarnAddr addr("::1", tarn_test::port_of(peer.fd()));
+  ASSERT_TRUE(receiver.connect(addr));
+  char buffer[16];
+
+  receiver.read_only_from(addr);
+
+  EXPECT_EQ(receiver.read(buffer, sizeof buffer), 4);
+  EXPECT_EQ(std::string(buffer, 4), "mine");
+  EXPECT_EQ(receiver.read(buffer, sizeof buffer), -1);
+  receiver.close();
+  peer.close();
+  other.close();
+}
+
 TEST(TarnSocketFamily, ReportsAcceptedConnectionsAsIpv4OnIpv6Too) {
   const NetNamespace net;
   TARN_REQUIRE_NAMESPACE(net);

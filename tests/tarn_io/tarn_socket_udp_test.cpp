@@ -37,6 +37,42 @@ TEST(TarnSocketUdp, SendsToWhereItIsConnected) {
   EXPECT_EQ(tarn_test::receive_text(peer.get()), "hello");
 }
 
+// They come before it is connected, as others under way at that moment would come after.
+TEST(TarnSocketUdp, LeavesOutWhatOthersSendToASocketThatReadsOnlyFromItsPeer) {
+  const OwnedFd peer = tarn_test::udp_on_loopback();
+  const OwnedFd other = tarn_test::udp_on_loopback();
+  Udp socket;
+  socket->async();
+  ASSERT_TRUE(socket->bind(0));
+  const uint16_t port = port_of(socket->fd());
+  tarn_test::send_text_to(other.get(), port, "not mine");
+  tarn_test::send_text_to(peer.get(), port, "mine");
+  tarn_test::send_text_to(other.get(), port, "nor this");
+  TarnAddr addr("127.0.0.1", port_of(peer.get()));
+  ASSERT_TRUE(socket->connect(addr));
+  char datagram[100];
+
+  socket->read_only_from(addr);
+
+  EXPECT_EQ(socket->read(datagram, sizeof datagram), 4);
+  EXPECT_EQ(std::string(datagram, 4), "mine");
+  EXPECT_EQ(socket->read(datagram, sizeof datagram), -1);
+  EXPECT_EQ(errno, EAGAIN);
+}
+
+TEST(TarnSocketUdp, ReadsAnEmptyDatagramOfItsPeers) {
+  const OwnedFd peer = tarn_test::udp_on_loopback();
+  Udp socket;
+  ASSERT_TRUE(socket->bind(0));
+  TarnAddr addr("127.0.0.1", port_of(peer.get()));
+  ASSERT_TRUE(socket->connect(addr));
+  socket->read_only_from(addr);
+  tarn_test::send_text_to(peer.get(), port_of(socket->fd()), "");
+  char datagram[100];
+
+  EXPECT_EQ(socket->read(datagram, sizeof datagram), 0);
+}
+
 TEST(TarnSocketUdp, ConnectsToAnAddressObject) {
   const OwnedFd peer = tarn_test::udp_on_loopback();
   Udp socket;
