@@ -1,6 +1,7 @@
 // EpollSet: what the kernel watches, and what it refuses.
 #include "tarn_io/epoll_set.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <unistd.h>
@@ -86,6 +87,18 @@ TEST_F(EpollSetOpen, DoesNotWatchWithoutEvents) {
 
 TEST_F(EpollSetOpen, TakesAnEndOfWhatItDoesNotWatch) {
   set_.watch(ends_.near.get(), 0, 7);
+
+  EXPECT_FALSE(set_.has_failed());
+}
+
+TEST_F(EpollSetOpen, KnowsTheHighestDescriptorByItsNumber) {
+  const OwnedFd next(fcntl(ends_.near.get(), F_DUPFD, 100));
+  const OwnedFd after(fcntl(ends_.near.get(), F_DUPFD, next.get() + 1));
+  ASSERT_EQ(after.get(), next.get() + 1);
+  for (int round = 0; round < 2; ++round) {
+    set_.watch(next.get(), POLLIN, 1);
+    set_.watch(after.get(), POLLIN, 1);
+  }
 
   EXPECT_FALSE(set_.has_failed());
 }

@@ -394,6 +394,24 @@ TEST_F(TarnPollerCrowd, HasANewSetSoonAfterItsOwnWasClosedByAnother) {
 
 #endif
 
+TEST_F(TarnPollerCrowd, ForgetsADescriptorThatLeftInALook) {
+  const Ends ends = readable_ends();
+  const OwnedFd gone = tarn_test::udp_on_loopback();
+  Call read;
+  poller_.watch_read(gone.get(), never_.function());
+  poller_.watch_read(ends.near.get(), read.function());
+  poller_.poll(kLong);  // has something, so that the next pass is none that looks at all of them
+  poller_.unwatch_read(gone.get());
+  poller_.pause(ends.near.get(), 600'000);
+  poller_.poll(0);
+  poller_.poll(0);
+  poller_.resume(ends.near.get());
+
+  for (int pass = 0; pass < 3; ++pass) poller_.poll(kLong);
+
+  EXPECT_EQ(read.count(), 4);
+}
+
 TEST_F(TarnPollerCrowd, HearsADescriptorSoonAfterItsPauseWhileOthersKeepItBusy) {
   const Ends ends = readable_ends();
   const Ends busy = readable_ends();
