@@ -27,8 +27,9 @@ class CallbackBase {
   // Calls the target with the arguments stored at construction.
   virtual void run() = 0;
 
-  // Begin to load what run() will touch into the cache: the callback itself, and when that has
-  // come, the beginning of the object that it is bound to; nothing for a plain function.
+  // Begin to load what run() will touch into the cache: the callback, and when that has come, the
+  // beginning of the object that it is bound to. The second does nothing but for a Method0Callback,
+  // which is what timers hold.
   void prefetch() const { oxutils::prefetch(this, kPrefetchedOfCallback); }
   void prefetch_target() const {
     if (target_ != nullptr) oxutils::prefetch(target_, kPrefetchedOfTarget);
@@ -42,8 +43,8 @@ class CallbackBase {
   void run_taking(A&... a);
 
  protected:
-  // `signature` tells callbacks of different argument types apart; `target` is the object of a
-  // member function.
+  // `signature` tells callbacks of different argument types apart; `target` is what
+  // prefetch_target() loads, or null.
   explicit CallbackBase(const void* signature, const void* target = nullptr)
       : signature_(signature), target_(target) {}
 

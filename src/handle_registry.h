@@ -100,9 +100,9 @@ class HandleRegistry {
   }
 
  private:
-  // The registry's reference, and how many calls use it at the moment. A call that has found
-  // another handle's entry, or one just removed, is among them for a moment; if it is the last, the
-  // reference goes with it.
+  // The registry's reference, and how many calls use it at the moment. A call may count itself in
+  // and see only then that the entry is another handle's, or has just been removed; then it counts
+  // itself out at once. Whoever brings the count of a removed entry to 0 lets its reference go.
   struct Entry {
     static constexpr uint32_t kRemoved = 1;
     static constexpr uint32_t kFree = 2;  // besides kRemoved: is in free_

@@ -15,7 +15,8 @@
 // Takes segments in any order, delivers them strictly in order of their numbers, joins fragments,
 // drops what it has seen, holds a bounded number of early ones, and remembers what is to be
 // acknowledged. Part of a session. One thread at a time feeds it (input, both output,
-// write_to_buffer, try_release_buffer); feedback is taken on any thread (get_una, both get_ack).
+// write_to_buffer, try_release_buffer); feedback is taken on any thread (has_feedback,
+// take_feedback, get_una, both get_ack).
 // lock_ guards what the two sides share and is never held while the window calls out.
 class RecvWindow {
  public:
@@ -23,8 +24,8 @@ class RecvWindow {
   RecvWindow(const RecvWindow&) = delete;
   RecvWindow& operator=(const RecvWindow&) = delete;
 
-  // `f` takes each message as a DataView, a contiguous copy. That of a message which came whole in
-  // a lent datagram is valid only during the call.
+  // `f` takes each message as one contiguous DataView. Of a message that came whole in a lent
+  // datagram it is lent as well: valid only during the call.
   void set_output_callback(oxutils::Function f) { output_callback_ = std::move(f); }
 
   // One segment; `flag` is its place in the message. False when it came early and the buffer is
@@ -42,6 +43,7 @@ class RecvWindow {
   // Delivers what the buffer holds of the run after the last number in order.
   void try_release_buffer() OX_EXCLUDES(lock_);
 
+  // Whether there is anything to report.
   bool has_feedback() OX_EXCLUDES(lock_);
   // Everything to report that fits into `budget` bytes, in one go: get_una, then get_ack.
   void take_feedback(unsigned long budget, Feedback& feedback) OX_EXCLUDES(lock_);

@@ -12,8 +12,8 @@
 class SegmentBytes {
  public:
   SegmentBytes() = default;
-  // In `memory`, which release() has given or which is null, if that fits without wasting more than
-  // it holds, else in new memory.
+  // Takes `memory`, which release() has given or which is null, into its ownership: it serves if
+  // `size` bytes fit and fill half of it at least; else it goes, and there is new memory.
   SegmentBytes(char* memory, size_t size) : memory_(memory), size_(size) {
     const size_t room = capacity();
     if (size <= room && size >= room / 2) return;

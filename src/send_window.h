@@ -28,7 +28,8 @@ class SendWindow {
   SendWindow(const SendWindow&) = delete;
   SendWindow& operator=(const SendWindow&) = delete;
 
-  // `f` takes (unsigned short seq, DataView packet, bool* keep) and emits the packet.
+  // `f` takes (unsigned short seq, DataView packet, bool* keep) and emits the packet. What it makes
+  // of `*keep` is not looked at: only an acknowledgement takes a packet out.
   void set_resend_callback(oxutils::Function f) OX_EXCLUDES(lock_);
 
   // The session around this window: a re-send pass keeps it alive until the pass is over, even if

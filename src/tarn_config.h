@@ -14,8 +14,8 @@ class TarnConfig : public oxutils::singleton<TarnConfig> {
   oxutils::relaxed<unsigned int> mtu{1400};             // bytes; copied by each new session
   oxutils::relaxed<unsigned int> rtx_timeout{50};       // ms; taken by each session's start
   oxutils::relaxed<unsigned int> active_timeout{5000};  // ms
-  oxutils::relaxed<unsigned int> send_window_size{32};  // packets
-  oxutils::relaxed<unsigned int> recv_window_size{32};  // packets
+  oxutils::relaxed<unsigned int> send_window_size{32};  // segments
+  oxutils::relaxed<unsigned int> recv_window_size{32};  // segments
   oxutils::relaxed<unsigned int> reserved{10000};       // part of the record, never used
   oxutils::relaxed<bool> thread_safe{true};             // a stopped test alone takes the state lock
 };

@@ -52,12 +52,8 @@ void TarnSession::start() {
   cycle_timer_ = TarnThread::instance()->run_every(
       period, period > 0 ? oxutils::Function(this, &TarnSession::cycle)
                          : oxutils::Function(&cycle_if_alive, weak_this_));
-  bool stopped_meanwhile = false;
-  {
-    const oxutils::scoped_lock hold(state_mutex_);
-    stopped_meanwhile = stopped_;
-  }
-  if (!stopped_meanwhile) return;
+  // Always with the lock: either stop() finds the timer set, or its flag is seen here.
+  if (!is_stopped_locked()) return;
   // Destroyed by somebody who saw the handle in the log, when there was no timer to cancel yet.
   cancel_cycle();
   keep_until_worker_has_run();
@@ -96,7 +92,10 @@ void TarnSession::cancel_cycle() {
 }
 
 bool TarnSession::is_stopped() const {
-  if (!TarnConfig::instance()->thread_safe) return stopped_;
+  return TarnConfig::instance()->thread_safe ? is_stopped_locked() : stopped_.load();
+}
+
+bool TarnSession::is_stopped_locked() const {
   const oxutils::scoped_lock hold(state_mutex_);
   return stopped_;
 }

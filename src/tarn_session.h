@@ -26,9 +26,12 @@
 // causes them, with no lock held. Whoever calls out keeps the session alive meanwhile: the exported
 // calls by the registry's reference, cycle() and the send window's pass by one of their own.
 //
-// Locks: state_mutex_ guards the stopped flag, the last activity and the numbering; the windows
-// have their own. Callbacks, conversation id and the other flags are read and written without a
-// lock.
+// Locks: state_mutex_ guards the last activity and the numbering, and is held to set the stopped
+// flag, which may be read without; the windows have their own. Callbacks, conversation id and the
+// other flags are read and written without a lock.
+//
+// Traffic goes through buffers of bytes. The operations on DataViews that do the same beside them
+// are for callers that have one.
 class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
  public:
   using DataCallback = TarnDataCallback;
@@ -52,17 +55,18 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   TarnSession(const TarnSession&) = delete;
   TarnSession& operator=(const TarnSession&) = delete;
 
-  // --- Life (tarn_session.cpp) ---
+  // Life: tarn_session.cpp.
 
   // Starts the periodic cycle. Called once, when a shared_ptr owns the session.
   void start();
   // Marks the session stopped, then cancels its timers. From then on traffic calls do nothing.
   void stop();
+  // The same after at most `delay_ms` ms, on the calling thread, for unacknowledged packets to
+  // drain.
+  void stop(unsigned int delay_ms);
   // Keeps the session alive until what has been handed to the worker so far has run. Requires: a
   // shared_ptr owns the session.
   void keep_until_worker_has_run();
-  // First lets unacknowledged packets drain for at most `delay_ms` ms on the calling thread.
-  void stop(unsigned int delay_ms);
   // The cycle timer's function, every rtx_timeout ms.
   void cycle();
   // Records activity.
@@ -89,7 +93,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // unless `no_feedback`.
   void output(DataView payload, bool no_feedback);
 
-  // --- Format (tarn_session_wire.cpp) ---
+  // Format: tarn_session_wire.cpp.
 
   // Take the header, or one segment, from the front of `view`. False, and logged, if it is none.
   static bool parse_head(DataView& view, char& magic, unsigned char& version);
@@ -106,7 +110,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void make_conv(DataView& conv_seg) const;
   bool got_conv(DataView& body);
 
-  // --- Reliable channel (tarn_session_reliable.cpp) ---
+  // Reliable channel: tarn_session_reliable.cpp.
 
   // Sends `data`, consuming it, as one segment with `flag` or, if it is too long, as fragments.
   void send_reliable(DataView& data, unsigned char flag);
@@ -120,7 +124,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   bool got_reliable(DataView& segment, unsigned char flag);
   void recv_reliable(DataView message);
 
-  // --- Unreliable channel (tarn_session_unreliable.cpp) ---
+  // Unreliable channel: tarn_session_unreliable.cpp.
 
   void send_unreliable(DataView& data);
   // `buf` holds 12 bytes for the prefix, then `len` bytes. Requires: len >= 6.
@@ -128,7 +132,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   bool got_unreliable(DataView& body);
   void recv_unreliable(DataView data);
 
-  // --- Feedback, activity and bye (tarn_session_feedback.cpp) ---
+  // Feedback, activity and bye: tarn_session_feedback.cpp.
 
   // Fill either view with a whole segment, or leave it as it is.
   void make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget);
@@ -143,9 +147,16 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void bye();
 
  private:
+  enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
+  // Whether the call has made the locked stopped test already. After that only its own callbacks
+  // can stop the session in a way that has to be seen, and a look without the lock sees it.
+  enum StoppedTest : bool { kNotTested = false, kTested = true };
+
   static Bytes bytes_of(DataView& view);
 
+  // With the lock only if the configuration says so; always with it.
   bool is_stopped() const;
+  bool is_stopped_locked() const OX_EXCLUDES(state_mutex_);
   // active() with the stopped test in the same section: false, and nothing recorded, if stopped.
   bool active_unless_stopped() OX_EXCLUDES(state_mutex_);
   bool is_cycle_idle();
@@ -157,11 +168,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   bool take_ack(Bytes body);
   bool take_una(Bytes body);
   bool take_conv(Bytes body);
-  // The one place where datagrams are built: header, conv, feedback, then the two pieces. `tested`
-  // says that this call has made the locked test before, so that a look without the lock will do:
-  // only a callback of the call itself can have stopped the session in a way that has to be seen.
-  enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
-  enum StoppedTest : bool { kNotTested = false, kTested = true };
+  // The one place where datagrams are built: header, conv, feedback, then the two pieces.
   void emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested = kNotTested);
   // Everything to tell the peer that fits.
   void gather_feedback(unsigned long budget, Feedback& feedback);

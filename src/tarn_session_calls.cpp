@@ -44,7 +44,7 @@ void tarn_del_instance(void* handle) {
   tarn_set_recv_reliable_callback(handle, nullptr, nullptr);
   tarn_set_recv_unreliable_callback(handle, nullptr, nullptr);
   tarn_set_error_callback(handle, nullptr, nullptr);
-  tarn_set_recv_kcp_callback(handle, nullptr, nullptr);
+  tarn_set_recv_kcp_callback(handle, nullptr, nullptr);  // clears nothing; its line is in the log
   TARN_LOG_INFO("tarn %p del", handle);
   tarn_sessions().remove(handle);
 }

@@ -38,10 +38,7 @@ void TarnSession::make_feedback(DataView& ack_seg, DataView& una_seg, unsigned l
 }
 
 void TarnSession::cycle_feedback() {
-  {
-    const oxutils::scoped_lock hold(state_mutex_);
-    if (stopped_) return;
-  }
+  if (is_stopped_locked()) return;
   Feedback feedback;
   gather_feedback(static_cast<unsigned long>(mss_), feedback);
   if (feedback.empty()) return;

@@ -59,7 +59,7 @@ void TarnThread::thread_func() {
 }
 
 bool TarnThread::try_begin_turn() {
-  int expected = kFree;
+  Turn expected = kFree;
   return turn_.compare_exchange_strong(expected, kTaken, std::memory_order_acquire);
 }
 
@@ -67,7 +67,7 @@ void TarnThread::begin_turn() {
   while (!try_begin_turn()) {
     // An update() is at work on another thread. When it ends it hands the turn over, so that a
     // thread that updates all the time cannot keep the worker off.
-    int expected = kTaken;
+    Turn expected = kTaken;
     if (!turn_.compare_exchange_strong(expected, kTakenWorkerWaits)) continue;  // free by now
     while (turn_ != kHandedToWorker) event_.Wait(kForever);
     return;
@@ -75,11 +75,11 @@ void TarnThread::begin_turn() {
 }
 
 void TarnThread::end_turn() {
-  int expected = kTaken;
+  Turn expected = kTaken;
   if (turn_.compare_exchange_strong(expected, kFree, std::memory_order_release)) return;
   if (expected == kHandedToWorker) {
     turn_ = kFree;
-  } else {
+  } else {  // of an update(): the worker waits
     turn_ = kHandedToWorker;
     event_.Set();
   }
@@ -136,7 +136,7 @@ void TarnThread::cancel_timer(int id) { timers_->cancel_timer(id); }
 int TarnThread::get_timeout() { return timers_->get_timeout(); }
 
 void TarnThread::update() {
-  TarnTimerQueue* const timers = timers_.operator->();
+  TarnTimerQueue* const timers = timers_.operator->();  // aborts, without start(), before the turn
   if (!try_begin_turn()) return;
   timers->process_timers();
   end_turn();

@@ -50,23 +50,28 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   void do_pending_func();
 
  private:
-  // Who may run timers. Either the worker's turn or an update() holds it, never both.
-  enum Turn : int { kFree, kTaken, kTakenWorkerWaits, kHandedToWorker };
+  // Who may run timers: the worker in its turn, or an update() on another thread.
+  enum Turn : int {
+    kFree,
+    kTaken,             // by either
+    kTakenWorkerWaits,  // by an update(), which will hand the turn to the worker
+    kHandedToWorker,    // by an update() that has ended
+  };
 
-  bool try_start();
+  bool try_start() OX_EXCLUDES(start_lock_);
   void begin_turn();
   bool try_begin_turn();
   void end_turn();
   int file_timer(oxutils::Function f, int delay, int interval);
 
-  oxutils::mutex start_lock_;  // guards the creation of thread_
-  oxutils::unique_ptr<oxutils::thread> thread_;
+  oxutils::mutex start_lock_;
+  oxutils::unique_ptr<oxutils::thread> thread_ OX_GUARDED_BY(start_lock_);
   oxutils::relaxed<bool> ending_{false};
   CallQueue pending_;
   oxutils::unique_ptr<TarnTimerQueue> timers_;
   TarnEvent event_;
   oxutils::relaxed<pthread_t> tid_{};  // written once, by the worker
-  std::atomic<int> turn_{kFree};
+  std::atomic<Turn> turn_{kFree};
 };
 
 // Calls `f`, then posts `done`.

@@ -16,7 +16,7 @@ class TarnThreadBase {
   virtual void start() = 0;
   // Asks the thread to stop.
   virtual void stop() = 0;
-  // The thread's id; 0 until it has run.
+  // The thread's id; until it has run, 0 or what the derived class says.
   virtual pthread_t get_tid() = 0;
   // Runs `f` on the thread: queued, or inline when called on the thread itself.
   virtual void run(oxutils::Function f) = 0;

@@ -65,9 +65,9 @@ class TarnTimer {
   // From now on run() does nothing. A timer may remove itself from inside its function: its own
   // lock then refuses, and the flag is set all the same.
   void remove();
-  // The same on the thread that runs the timer, where there is no run to wait for, and where
-  // waiting for the lock of another timer, under whatever locks the application holds in this one's
-  // function, would order locks that have nothing to do with each other.
+  // remove() without the lock, on the thread that runs the timers. No run can be under way on
+  // another one, and to wait for this timer's lock inside another timer's function would tie the
+  // locks that the application takes in both functions to each other.
   void remove_in_loop() { removed_ = true; }
   // Reads the flag without the lock.
   bool is_removed() const { return removed_; }

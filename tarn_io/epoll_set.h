@@ -18,13 +18,13 @@ class EpollSet {
   EpollSet(const EpollSet&) = delete;
   EpollSet& operator=(const EpollSet&) = delete;
 
-  // An empty set, unless the system has none to give; then the attempt has failed.
+  // An empty set. If the system has none to give it stays closed, and has failed.
   void open();
   void close();
   bool is_open() const { return fd_ >= 0; }
   // Whether something was refused since open() was called last, also if the set is closed by now.
   bool has_failed() const { return has_failed_; }
-  // For a wait that was.
+  // A wait() on the set has failed.
   void note_failure() { has_failed_ = true; }
   // What wait() waits on, until close().
   int fd() const { return fd_; }

@@ -4,27 +4,28 @@
 
 namespace {
 
-constexpr size_t kMany = 32;
-constexpr size_t kFew = 16;
-constexpr unsigned int kBusy = 64;
+constexpr size_t kManyDescriptors = 32;
+constexpr size_t kFewDescriptors = 16;
+constexpr unsigned int kBusyPasses = 64;
 // From one look to the next: the more descriptors, the more passes, since each of them is looked
 // at.
 constexpr size_t kPassesPerDescriptor = 32;
 constexpr size_t kMostPasses = 1024;
-constexpr int kLongest = 1000;  // ms
-// ms; the same with few descriptors, and how long they have a set that has nothing to tell
-constexpr int kQuiet = 100;
+constexpr int kLookPeriod = 1000;   // ms
+constexpr int kLongestOfFew = 100;  // ms
 
 }  // namespace
 
-bool PollPace::is_few(size_t watched) { return watched < kFew; }
+bool PollPace::is_few(size_t watched) { return watched < kFewDescriptors; }
 
-int PollPace::longest_wait(size_t watched) { return is_few(watched) ? kQuiet : kLongest; }
+int PollPace::longest_wait(size_t watched) { return is_few(watched) ? kLongestOfFew : kLookPeriod; }
 
-bool PollPace::wants_set(size_t watched) const { return watched >= kMany || busy_passes_ >= kBusy; }
+bool PollPace::wants_set(size_t watched) const {
+  return watched >= kManyDescriptors || busy_passes_ >= kBusyPasses;
+}
 
 bool PollPace::is_look_due(int64_t now) const {
-  return passes_to_look_ == 0 || now - looked_at_ >= kLongest;
+  return passes_to_look_ == 0 || now - looked_at_ >= kLookPeriod;
 }
 
 void PollPace::note_look(size_t watched, int64_t now) {
@@ -38,7 +39,7 @@ void PollPace::note_pass(bool found_something) {
     return;
   }
   if (passes_to_look_ != 0) --passes_to_look_;
-  if (busy_passes_ < kBusy) ++busy_passes_;
+  if (busy_passes_ < kBusyPasses) ++busy_passes_;
 }
 
 void PollPace::calm_down() {

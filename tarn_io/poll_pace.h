@@ -5,20 +5,20 @@
 #include <stddef.h>
 #include <stdint.h>
 
-// A wait by poll() looks at each descriptor; one on a set that the kernel keeps costs what is
-// ready. So there is a set with many descriptors, and with fewer while the poller is busy: while
-// pass after pass finds something. But the set does not tell of a descriptor that was closed or
-// replaced while it was watched, and poll() does. So after so many passes or a second, and after
-// one that found nothing, a pass goes by poll() all the same, which is called a look; and a wait
-// on the set that lasts goes on as one.
+// poll() looks at every descriptor; a wait on a set that the kernel keeps costs only what is ready.
+// There is a set with many descriptors, and with fewer while every pass finds something. But a set
+// does not tell of a descriptor that was closed or replaced while it was watched; poll() does. So
+// now and then a pass goes by poll() although there is a set: this is called a look. One is due
+// after a number of passes, after a second, and after a pass that found nothing. A wait on the set
+// that has lasted for longest_wait() goes on as one.
 //
 // Owned by TarnPoller, whose polling thread alone calls.
 class PollPace {
  public:
-  // With few descriptors the set goes when a wait finds nothing, or something changes: then it is
-  // not in the way of whoever counts descriptors.
+  // With few descriptors the set is closed as soon as a wait finds nothing or something changes, so
+  // that a process at rest has no descriptor for it.
   static bool is_few(size_t watched);
-  // ms; for how long a wait goes on in the same way while there is a set.
+  // Milliseconds for which a wait goes on in the same way while there is a set.
   static int longest_wait(size_t watched);
 
   bool wants_set(size_t watched) const;

@@ -84,6 +84,7 @@ unsigned int TarnIoThread::next_timeout() {
     // Soon even if it is there now: nothing has woken the thread for what was handed over before.
     return wake_up_.retry() ? static_cast<unsigned int>(kMinTimeout) : kRetryWakeUp;
   }
+  // A derived class may have timers.
   const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
   if (timeout <= kMaxTimeout) return timeout;
   TARN_LOG_ERROR("tarn thread poll timeout %lu", static_cast<unsigned long>(timeout));

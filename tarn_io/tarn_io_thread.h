@@ -28,7 +28,8 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   // The loop ends after its current pass. Does not wait for that.
   void stop() override;
   pthread_t get_tid() override;
-  // Without waiting; inline on the thread itself, and on the caller once the loop has ended.
+  // Without waiting; inline on the thread itself (until that has begun, on the one that constructed
+  // this), and on the caller once the loop has ended.
   void run(oxutils::Function f) override;
   void wait(oxutils::Function f) override;
   // There is no timer queue: these return 0 and drop the function.
@@ -52,11 +53,11 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   void wake();
 
   const oxutils::Function waker_;
-  oxutils::mutex thread_lock_;  // guards the creation and the joining of thread_
-  oxutils::unique_ptr<oxutils::thread> thread_;
+  oxutils::mutex thread_lock_;
+  oxutils::unique_ptr<oxutils::thread> thread_ OX_GUARDED_BY(thread_lock_);
   TarnWakeUp wake_up_;
-  CallQueue
-      pendings_;  // closed when the loop has ended: callers then run their functions themselves
+  // Closed when the loop has ended: callers then run their functions themselves.
+  CallQueue pendings_;
   oxutils::relaxed<int> running_{0};
   oxutils::relaxed<bool> create_failed_{false};  // the next hand-over tries again
   oxutils::relaxed<pthread_t> tid_;  // of the constructing thread until the thread has started

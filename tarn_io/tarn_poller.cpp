@@ -54,6 +54,8 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
     note_change(fd, handler);
     outdated.swap(list_);
   }
+  // What was kept for the next pass may hold the replaced function. Another thread's change is seen
+  // by that pass.
   if (is_polling_thread() && spare_pass_) spare_pass_->clear();
   wake();  // the replaced function goes with no lock held
 }
@@ -130,9 +132,9 @@ bool TarnPoller::poll(unsigned int timeout) {
   // Its memory serves the next pass; a callback that polls from within finds none.
   std::unique_ptr<Pass> pass = std::move(spare_pass_);
   if (!pass) pass = std::make_unique<Pass>();
-  int longest = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
-  if (!begin(*pass, longest)) return false;
-  wait(*pass, longest);
+  int ms = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
+  if (!begin(*pass, ms)) return false;
+  wait(*pass, ms);
   pace_.note_pass(!pass->ready.empty());
   for (const ReadyDescriptor& each : pass->ready) {
     const bool taken = dispatch(*pass, each);

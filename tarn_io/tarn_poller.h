@@ -111,16 +111,25 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
 
   // False when nothing is watched. `timeout` becomes less for the sake of pauses.
   bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
+  // False when there is no set, or it does not know all that is watched.
+  bool take_set(Pass& pass, int& timeout) OX_REQUIRES(lock_);
+  // Goes on by the list when the set has nothing to tell, or fails.
   void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
+  // One wait on what the pass holds.
   static WaitOutcome wait_on(Pass& pass, int timeout);
+  // The set has failed in a wait: the next pass closes it.
   void give_up_set() OX_EXCLUDES(lock_);
+  // Spends what is left of the pass on the list as it is now.
   void go_on_by_list(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  void become_quiet() OX_REQUIRES(lock_);
+  // Opens or closes the set, as the coming pass wants it.
   void choose_set(bool is_look) OX_REQUIRES(lock_);
+  // With few descriptors: closes the set, and counts busy passes anew.
+  void drop_small_set() OX_REQUIRES(lock_);
   void open_set() OX_REQUIRES(lock_);
   void close_set() OX_REQUIRES(lock_);
   // What the entry is to be polled for has changed, or what is to be run then.
   void note_change(int fd, EventHandler& handler) OX_REQUIRES(lock_);
+  // Whatever pass uses the list looks under the lock from now on.
   void outdate_list() OX_REQUIRES(lock_);
   // Tells the set what the entry is to be polled for now. Requires: the set is open.
   void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);

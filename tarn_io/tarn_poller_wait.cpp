@@ -21,27 +21,30 @@ bool TarnPoller::begin(Pass& pass, int& timeout) {
   if (is_look) pace_.note_look(handlers_.size(), now);
   choose_set(is_look);
   if (handlers_.empty()) return false;
-  if (!is_look && set_.is_open()) review(timeout);
-  if (!is_look && set_.is_open() && !set_.has_failed()) {
-    pass.set = set_.fd();
-    pass.list = list_;
-  } else {
-    pass.list = current_list(timeout);
-  }
+  if (is_look || !take_set(pass, timeout)) pass.list = current_list(timeout);
   if (set_.is_open()) pass.longest = PollPace::longest_wait(handlers_.size());
+  return true;
+}
+
+bool TarnPoller::take_set(Pass& pass, int& timeout) {
+  if (!set_.is_open()) return false;
+  review(timeout);
+  if (set_.has_failed()) return false;
+  pass.set = set_.fd();
+  pass.list = list_;
   return true;
 }
 
 // A set that could not be had, or could not be kept, is tried again with the next look.
 void TarnPoller::choose_set(bool is_look) {
   const bool has_changed = !list_ || list_->is_outdated();
-  if (has_changed || pace_.is_calm()) become_quiet();
+  if (has_changed || pace_.is_calm()) drop_small_set();
   if (set_.has_failed()) close_set();
   const bool may_open = is_look || !set_.has_failed();
   if (may_open && !set_.is_open() && pace_.wants_set(handlers_.size())) open_set();
 }
 
-void TarnPoller::become_quiet() {
+void TarnPoller::drop_small_set() {
   if (!PollPace::is_few(handlers_.size())) return;
   close_set();
   pace_.calm_down();
@@ -152,7 +155,7 @@ void TarnPoller::go_on_by_list(Pass& pass, int timeout) {
   pass.clear();
   {
     const oxutils::scoped_lock hold(lock_);
-    become_quiet();
+    drop_small_set();
     pass.list = current_list(timeout);
   }
   wait_on(pass, timeout);

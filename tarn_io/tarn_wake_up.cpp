@@ -70,7 +70,7 @@ bool TarnWakeUp::connect_pair(int listener, int sender) {
     TARN_LOG_ERROR("wake up init fail -- on connect");
     return false;
   }
-  recv_fd_ = accept(listener, nullptr, nullptr);
+  recv_fd_ = accept(listener, nullptr, nullptr);  // is_open() says how this went
   if (recv_fd_ < 0) TARN_LOG_ERROR("wake up init fail -- on accept");
   return true;
 }

@@ -4,13 +4,14 @@
 
 #include "oxutils/mutex.h"
 
-// A loopback TCP connection whose read end the poller watches. init, fini and on_read belong to the
-// I/O thread, but for the first init; wakeup may be called on any thread. Construction and
+// A loopback TCP connection whose read end the poller watches. init, retry, fini and on_read belong
+// to the I/O thread, but for the first init; wakeup may be called on any thread. Construction and
 // destruction touch no descriptor.
 class TarnWakeUp {
  public:
-  // Connects the pair and watches the read end. False, and logged, when a step fails; what has been
-  // opened by then stays open.
+  // Connects the pair and watches the read end. False, and logged, when a step before the last one
+  // fails; the last one is accept(), whose failure is logged and leaves the pair without its read
+  // end. What has been opened by then stays open.
   bool init() OX_EXCLUDES(lock_);
   // Takes one byte; a broken pair is built anew.
   void on_read();
@@ -28,10 +29,10 @@ class TarnWakeUp {
   bool connect_pair(int listener, int sender);
   void close_sender() OX_EXCLUDES(lock_);
 
-  oxutils::mutex lock_;  // guards send_fd_ against being closed under a wakeup
   int recv_fd_ = -1;
   int failed_listener_ = -1;
-  int send_fd_ = -1;
+  oxutils::mutex lock_;  // against the sender's being closed under a wakeup
+  int send_fd_ OX_GUARDED_BY(lock_) = -1;
 };
 
 #endif  // TARN_TARN_IO_TARN_WAKE_UP_H_

@@ -51,7 +51,8 @@ TARN_API void* tarn_create_udp_io(const char* ip, unsigned short port, unsigned 
  * failure as an error event. */
 TARN_API void* tarn_create_tcp_io(const char* ip, unsigned short port);
 
-/* Takes over a UDP descriptor of the application's and makes it non-blocking. Never null. */
+/* Takes over a UDP descriptor of the application's, which tarn_destroy_io() closes, and makes it
+ * non-blocking. Never null. */
 TARN_API void* tarn_create_io_from_fd(int fd);
 
 /* Makes a UDP handle serve a session: each datagram that arrives, cut to 1500 bytes, is passed to

@@ -106,7 +106,8 @@ TARN_API void tarn_version(const char** version);
 
 /* Starts the worker thread ("tarn_thread"), on which all timed work of all sessions runs. Must come
  * before the first tarn_create(), tarn_check_update_ms() and tarn_update(), which abort the process
- * otherwise. Calling it again changes nothing. */
+ * otherwise. If the system refuses the thread, logs at level 1, and nothing timed happens; call it
+ * again to try again. Once the thread runs, further calls change nothing. */
 TARN_API void tarn_init(void);
 
 /* Logs "tarn fini" and wakes the worker. The worker goes on, sessions stay as they are, nothing is
@@ -157,9 +158,9 @@ TARN_API void tarn_config_send_window_size(unsigned int segments);
 /* Segments that a session holds back because they came early. Default 32. Applies at once. */
 TARN_API void tarn_config_recv_window_size(unsigned int segments);
 
-/* True, the default: session calls read the session's stopped flag under its lock. False: without
- * it wherever they need the lock for nothing else, which saves its cost. Either way the calls stay
- * safe on any thread. */
+/* True, the default: session calls read the session's stopped flag under its lock. False: calls
+ * that need the lock for nothing else read it without, which saves what the lock costs. Either way
+ * the calls stay safe on any thread. */
 TARN_API void tarn_config_thread_safe(bool on);
 
 /* Milliseconds until the worker's next timer is due, 0 to 10000. */
