@@ -27,7 +27,7 @@ class WideEngine : public Engine {
  public:
   WideEngine() : Engine(wide_settings()) {}
 };
-BENCHMARK_TEMPLATE(Message, WideEngine)->Arg(65536)->Apply(with_median);
+BENCHMARK_TEMPLATE(Message, WideEngine)->Arg(65536)->Apply(repeated);
 
 void UnreliableMessage(benchmark::State& state) {
   Engine engine;
@@ -39,7 +39,7 @@ void UnreliableMessage(benchmark::State& state) {
   }
   if (!engine.has_delivered(sent, message.size())) state.SkipWithError("messages were lost");
 }
-BENCHMARK(UnreliableMessage)->Arg(64)->Arg(1024)->Apply(with_median);
+BENCHMARK(UnreliableMessage)->Arg(64)->Arg(1024)->Apply(repeated);
 
 void UnreliableMessageNoCopy(benchmark::State& state) {
   constexpr size_t kPrefix = 12;  // bytes for the library in front of the message
@@ -53,7 +53,7 @@ void UnreliableMessageNoCopy(benchmark::State& state) {
   }
   if (!engine.has_delivered(sent, size)) state.SkipWithError("messages were lost");
 }
-BENCHMARK(UnreliableMessageNoCopy)->Arg(64)->Arg(1024)->Apply(with_median);
+BENCHMARK(UnreliableMessageNoCopy)->Arg(64)->Arg(1024)->Apply(repeated);
 
 // A window's datagrams, each a numbered message, that arrive the wrong way round.
 class ReversingEngine : public Engine {
@@ -116,7 +116,7 @@ void ReversedMessage(benchmark::State& state) {
   while (state.KeepRunningBatch(kWindow)) engine.exchange(kWindow, size);
   if (!engine.has_delivered(size)) state.SkipWithError("messages were lost");
 }
-BENCHMARK(ReversedMessage)->Arg(64)->Arg(1024)->Apply(with_median);
+BENCHMARK(ReversedMessage)->Arg(64)->Arg(1024)->Apply(repeated);
 
 }  // namespace
 }  // namespace bench

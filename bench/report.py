@@ -5,7 +5,7 @@
 
 Replaces what stands between markers like <!-- engine --> and <!-- /engine --> by tables, and writes
 the data of the plots to the folder PLOTS. Fails when a benchmark has failed or is missing, but for
-those of transports that are not installed. Times are medians.
+those of transports that are not installed. Times are first quartiles.
 """
 
 import json
@@ -31,24 +31,24 @@ SETTINGS = re.compile(r"/(min_time|iterations|repeats):[^/]*|/(process|real|manu
 
 
 class Results:
-    """The benchmarks' medians, by name."""
+    """The benchmarks' first quartiles, by name."""
 
     def __init__(self, report: dict):
         failed = {each["name"] for each in report["benchmarks"] if each.get("error_occurred")}
         if failed:
             raise SystemExit(f"failed: {', '.join(sorted(failed))}")
         self.context = report["context"]
-        self._medians = {SETTINGS.sub("", each["run_name"]): each for each in report["benchmarks"]
-                         if each.get("aggregate_name") == "median"}
+        self._quartiles = {SETTINGS.sub("", each["run_name"]): each for each in report["benchmarks"]
+                         if each.get("aggregate_name") == "quartile"}
 
     def __contains__(self, name: str) -> bool:
-        return name in self._medians
+        return name in self._quartiles
 
     def of(self, name: str, what: str) -> float:
         """A counter, or with `what` cpu_time or real_time, nanoseconds."""
-        if name not in self._medians:
+        if name not in self._quartiles:
             raise SystemExit(f"no result for {name}")
-        return self._medians[name][what]
+        return self._quartiles[name][what]
 
     def cpu(self, name: str) -> float:
         return self.of(name, "cpu_time")
