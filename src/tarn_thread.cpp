@@ -4,12 +4,6 @@
 
 #include "src/tarn_log.h"
 
-namespace {
-
-constexpr int kForever = -1;
-
-}  // namespace
-
 // The instance outlives everything: its thread runs until the process is gone.
 TarnThread::TarnThread() { free_ = true; }
 
@@ -50,39 +44,11 @@ void TarnThread::thread_func() {
   if (tid_ == pthread_t{}) tid_ = pthread_self();
   while (!ending_) {
     event_.Wait(timers_->get_timeout());
-    begin_turn();
+    const auto turn = turn_.begin();
     do_pending_func();
     timers_->process_timers();
-    end_turn();
   }
   TARN_LOG_DEBUG("thread end");
-}
-
-bool TarnThread::try_begin_turn() {
-  Turn expected = kFree;
-  return turn_.compare_exchange_strong(expected, kTaken, std::memory_order_acquire);
-}
-
-void TarnThread::begin_turn() {
-  while (!try_begin_turn()) {
-    // An update() is at work on another thread. When it ends it hands the turn over, so that a
-    // thread that updates all the time cannot keep the worker off.
-    Turn expected = kTaken;
-    if (!turn_.compare_exchange_strong(expected, kTakenWorkerWaits)) continue;  // free by now
-    while (turn_ != kHandedToWorker) event_.Wait(kForever);
-    return;
-  }
-}
-
-void TarnThread::end_turn() {
-  Turn expected = kTaken;
-  if (turn_.compare_exchange_strong(expected, kFree, std::memory_order_release)) return;
-  if (expected == kHandedToWorker) {
-    turn_ = kFree;
-  } else {  // of an update(): the worker waits
-    turn_ = kHandedToWorker;
-    event_.Set();
-  }
 }
 
 void TarnThread::do_pending_func() { pending_.run_all(); }
@@ -137,7 +103,6 @@ int TarnThread::get_timeout() { return timers_->get_timeout(); }
 
 void TarnThread::update() {
   TarnTimerQueue* const timers = timers_.operator->();  // aborts, without start(), before the turn
-  if (!try_begin_turn()) return;
-  timers->process_timers();
-  end_turn();
+  const auto turn = turn_.try_begin();
+  if (turn) timers->process_timers();
 }

@@ -4,8 +4,6 @@
 
 #include <pthread.h>
 
-#include <atomic>
-
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
@@ -17,6 +15,7 @@
 #include "src/tarn_event.h"
 #include "src/tarn_thread_base.h"
 #include "src/tarn_timer.h"
+#include "src/worker_turn.h"
 
 // One per process. In turns, it sleeps until a timer is due or a function is handed over, then runs
 // the functions in order of arrival, then the due timers. Any thread may call any operation; timer
@@ -50,18 +49,7 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   void do_pending_func();
 
  private:
-  // Who may run timers: the worker in its turn, or an update() on another thread.
-  enum Turn : int {
-    kFree,
-    kTaken,             // by either
-    kTakenWorkerWaits,  // by an update(), which will hand the turn to the worker
-    kHandedToWorker,    // by an update() that has ended
-  };
-
   bool try_start() OX_EXCLUDES(start_lock_);
-  void begin_turn();
-  bool try_begin_turn();
-  void end_turn();
   int file_timer(oxutils::Function f, int delay, int interval);
 
   oxutils::mutex start_lock_;
@@ -71,7 +59,7 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   oxutils::unique_ptr<TarnTimerQueue> timers_;
   TarnEvent event_;
   oxutils::relaxed<pthread_t> tid_{};  // written once, by the worker
-  std::atomic<Turn> turn_{kFree};
+  WorkerTurn<TarnEvent> turn_{event_};
 };
 
 // Calls `f`, then posts `done`.
