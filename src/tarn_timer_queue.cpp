@@ -70,6 +70,7 @@ void TarnTimerQueue::addTimerInLoop(oxutils::shared_ptr<TarnTimer> timer, int de
   TARN_LOG_DEBUG("add_timer id: %d, delay: %d, current tid %u", timer->id(), delay,
                  tid_number(pthread_self()));
   take_unfiled(timer->id());
+  if (timer->is_removed()) return;  // cancelled on its way here
   if (timer->repeat()) {
     periodic_[timer->interval()].push_back(timer);
     periodic_index_[timer->id()] = std::move(timer);

@@ -240,6 +240,24 @@ TEST_F(ForeignThread, TimerCancelledBeforeItIsFiledNeverRuns) {
   EXPECT_EQ(runs_.take(), Marks{});
 }
 
+// The owner's thread need not wait for what is on its way to it.
+TEST_F(ForeignThread, TimerThatTheOwnersThreadOvertakesIsNotKept) {
+  const oxutils::shared_ptr<int> value = oxutils::make_shared<int>(1);
+  for (const int interval : {0, 20}) {
+    const int id = queue_.add_timer(oxutils::Function(
+                                        +[](oxutils::shared_ptr<int>) {}, value),
+                                    20, interval);
+    queue_.cancelInLoop(id);
+    const LogCapture log;
+    owner_.drain();
+    EXPECT_EQ(log.count(4, "add_timer id: " + std::to_string(id) + ", delay: 20, current tid " +
+                               thread_text(pthread_self())),
+              1);
+    EXPECT_EQ(value.use_count(), 1u);
+  }
+  EXPECT_EQ(queue_.get_timeout(), 10000);
+}
+
 TEST_F(ForeignThread, IsLoggedAsSuch) {
   const LogCapture log;
   const int id = queue_.add_timer(runs_.mark(1), -3, 40);
