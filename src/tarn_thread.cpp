@@ -104,5 +104,11 @@ int TarnThread::get_timeout() { return timers_->get_timeout(); }
 void TarnThread::update() {
   TarnTimerQueue* const timers = timers_.operator->();  // aborts, without start(), before the turn
   const auto turn = turn_.try_begin();
-  if (turn) timers->process_timers();
+  if (!turn) return;
+  try {
+    timers->process_timers();
+  } catch (...) {
+    event_.Set();  // the worker does the rest
+    throw;
+  }
 }

@@ -5,17 +5,16 @@
 #include <stdint.h>
 
 #include <atomic>
-#include <deque>
 #include <map>
 #include <set>
 #include <unordered_map>
 #include <utility>
-#include <vector>
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
 #include "oxutils/prefetch.h"
 #include "oxutils/relaxed.h"
+#include "oxutils/ring.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/tarn_thread_base.h"
 
@@ -107,7 +106,8 @@ class TarnTimerQueue {
   int get_timeout() const;
 
   // Owner's thread only. Runs what is due: one-shot timers, then the periodic ones in ascending
-  // order of interval, each as often as its periods have passed.
+  // order of interval, each as often as its periods have passed. When a function throws, or its
+  // thread is cancelled in it, its run counts; the others run in the next pass, due at once.
   void process_timers();
   // Owner's thread only. The one-shot timers among it.
   void process_timers_level_0(unsigned int now);
@@ -118,7 +118,7 @@ class TarnTimerQueue {
  private:
   using TimerPtr = oxutils::shared_ptr<TarnTimer>;
   using OneShot = std::pair<unsigned int, TimerPtr>;
-  using Fifo = std::deque<TimerPtr>;
+  using Fifo = oxutils::ring<TimerPtr>;
 
   // By expiration as an unsigned number, then by address.
   struct Earlier {
@@ -126,16 +126,19 @@ class TarnTimerQueue {
       return a.first != b.first ? a.first < b.first : a.second.get() < b.second.get();
     }
   };
+  using OneShots = std::set<OneShot, Earlier>;
 
   bool on_owner_thread();
   void set_unfiled(const TimerPtr& timer) OX_EXCLUDES(unfiled_lock_);
   TimerPtr take_unfiled(int id) OX_EXCLUDES(unfiled_lock_);
-  std::vector<TimerPtr> take_due(unsigned int now);
+  OneShots take_due(unsigned int now);
+  void run_due(unsigned int now);
+  int one_shots_due_in(unsigned int now) const;
   // Runs the due timers of one interval; returns the time to the next, 10000 when there is none.
-  static int process_fifo(Fifo& fifo, unsigned int now);
+  int process_fifo(Fifo& fifo, unsigned int now);
 
   TarnThreadBase* const owner_;
-  std::set<OneShot, Earlier> one_shots_;
+  OneShots one_shots_;
   oxutils::relaxed<int> one_shot_timeout_;  // ms, counted from last_tick_
   unsigned int last_tick_;                  // when the one-shot timers were last examined
   std::map<int, Fifo> periodic_;            // by interval; members advance alike, so stay sorted

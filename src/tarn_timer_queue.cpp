@@ -131,21 +131,16 @@ int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
     lookahead.look(fifo);
     // Restarted first: the function sees its next expiration.
     front.restart();
-    front.run();
-    fifo.push_back(std::move(fifo.front()));
-    fifo.pop_front();
+    try {
+      front.run();
+    } catch (...) {
+      fifo.rotate();
+      periodic_timeout_ = 0;
+      throw;
+    }
+    fifo.rotate();
   }
   return kMaxTimeout;
-}
-
-std::vector<TarnTimerQueue::TimerPtr> TarnTimerQueue::take_due(unsigned int now) {
-  // Strictly less: a timer due exactly now waits for the next pass. Unsigned: no regard to the
-  // wrap.
-  const auto end = one_shots_.lower_bound(OneShot(now, TimerPtr()));
-  std::vector<TimerPtr> due;
-  for (auto each = one_shots_.begin(); each != end; ++each) due.push_back(each->second);
-  one_shots_.erase(one_shots_.begin(), end);
-  return due;
 }
 
 void TarnTimerQueue::process_timers_level_0(unsigned int now) {
@@ -157,10 +152,36 @@ void TarnTimerQueue::process_timers_level_0(unsigned int now) {
     one_shot_timeout_ = left;
     return;
   }
-  // All due timers have left the set before any runs, so they may add and cancel freely.
-  for (const TimerPtr& timer : take_due(now)) timer->run();
-  const int due_in = one_shots_.empty() ? kMaxTimeout : ticks_until(one_shots_.begin()->first, now);
-  // Overdue by the signed difference, yet not due by the unsigned order above: the tick has wrapped
-  // in between and nothing can be done before it wraps again.
-  one_shot_timeout_ = due_in < 0 ? kMaxTimeout : std::min(due_in, kMaxTimeout);
+  run_due(now);
+  one_shot_timeout_ = one_shots_due_in(now);
+}
+
+TarnTimerQueue::OneShots TarnTimerQueue::take_due(unsigned int now) {
+  // Strictly less: a timer due exactly now waits for the next pass. Unsigned: no regard to the
+  // wrap.
+  OneShots due;
+  while (!one_shots_.empty() && one_shots_.begin()->first < now) {
+    due.insert(due.end(), one_shots_.extract(one_shots_.begin()));
+  }
+  return due;
+}
+
+// All due timers have left the set before any runs, so they may add and cancel freely.
+void TarnTimerQueue::run_due(unsigned int now) {
+  OneShots due = take_due(now);
+  try {
+    while (!due.empty()) due.extract(due.begin()).value().second->run();
+  } catch (...) {
+    one_shots_.merge(due);
+    one_shot_timeout_ = 0;
+    throw;
+  }
+}
+
+// Overdue by the signed difference, yet not due by the unsigned order above: the tick has wrapped in
+// between and nothing can be done before it wraps again.
+int TarnTimerQueue::one_shots_due_in(unsigned int now) const {
+  if (one_shots_.empty()) return kMaxTimeout;
+  const int due_in = ticks_until(one_shots_.begin()->first, now);
+  return due_in < 0 ? kMaxTimeout : std::min(due_in, kMaxTimeout);
 }

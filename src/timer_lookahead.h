@@ -4,8 +4,7 @@
 
 #include <stddef.h>
 
-#include <deque>
-
+#include "oxutils/ring.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/tarn_timer.h"
 
@@ -15,7 +14,7 @@
 // thread of that; the queue may grow at its end meanwhile.
 class TimerLookahead {
  public:
-  using Fifo = std::deque<oxutils::shared_ptr<TarnTimer>>;
+  using Fifo = oxutils::ring<oxutils::shared_ptr<TarnTimer>>;
 
   // Before the front timer runs. At the start of a pass this catches up on the ones in front.
   void look(const Fifo& fifo) {
