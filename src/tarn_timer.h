@@ -139,7 +139,7 @@ class TarnTimerQueue {
 
   TarnThreadBase* const owner_;
   OneShots one_shots_;
-  oxutils::relaxed<int> one_shot_timeout_;  // ms, counted from last_tick_
+  oxutils::relaxed<int> one_shot_timeout_;  // ms, counted from last_tick_; below 0 when overdue
   unsigned int last_tick_;                  // when the one-shot timers were last examined
   std::map<int, Fifo> periodic_;            // by interval; members advance alike, so stay sorted
   oxutils::relaxed<int> periodic_timeout_;  // ms

@@ -107,7 +107,7 @@ void TarnTimerQueue::cancelInLoop(int id) {
 }
 
 int TarnTimerQueue::get_timeout() const {
-  return std::min<int>(periodic_timeout_, one_shot_timeout_);
+  return std::max(0, std::min<int>(periodic_timeout_, one_shot_timeout_));
 }
 
 void TarnTimerQueue::process_timers() {
@@ -178,10 +178,12 @@ void TarnTimerQueue::run_due(unsigned int now) {
   }
 }
 
-// Overdue by the signed difference, yet not due by the unsigned order above: the tick has wrapped in
-// between and nothing can be done before it wraps again.
+// After a pass that began at `now`, by the signed difference. What is overdue then, but not by the
+// unsigned order, has been passed by the wrap of the tick: nothing can be done before the tick
+// wraps again. What is before `now` by that order as well was added during the pass.
 int TarnTimerQueue::one_shots_due_in(unsigned int now) const {
   if (one_shots_.empty()) return kMaxTimeout;
-  const int due_in = ticks_until(one_shots_.begin()->first, now);
-  return due_in < 0 ? kMaxTimeout : std::min(due_in, kMaxTimeout);
+  const unsigned int first = one_shots_.begin()->first;
+  const int due_in = ticks_until(first, now);
+  return due_in < 0 && first >= now ? kMaxTimeout : std::min(due_in, kMaxTimeout);
 }

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
+#include <algorithm>
 #include <limits>
 #include <string>
 #include <vector>
@@ -153,6 +154,62 @@ TEST(OddClock, StepBackPastTheTicksStartKeepsTheTimeoutInRange) {
   t.add(50, 50, 2);
   t.pass_after(-40);
   EXPECT_TRUE(t.timeout_in_range()) << t.queue.get_timeout();
+}
+
+// How long after the beginning of a pass a one-shot of 500 ms runs that is added in the pass,
+// beside a step of the clock. As with the worker, an addition is followed by another pass at once,
+// and time goes on at the pace of the sleeps.
+int runs_after(int64_t step, bool step_first, uint64_t start = 1'000'000) {
+  Timed t(start);
+  t.runs.on_run = [&](int mark) {
+    if (mark != 1) return;
+    if (step_first) t.clock.advance_ms(step);
+    t.add(500, 0, 2);
+    if (!step_first) t.clock.advance_ms(step);
+  };
+  t.add(10, 0, 1);
+  EXPECT_EQ(t.pass_after(11), Marks{1});
+  int slept = 0;
+  for (int sleep = 0; slept < 100'000; sleep = std::max(1, t.queue.get_timeout())) {
+    slept += sleep;
+    if (t.pass_after(sleep) == Marks{2}) return slept;
+    EXPECT_TRUE(t.timeout_in_range()) << t.queue.get_timeout();
+  }
+  return -1;
+}
+
+TEST(ClockStepInsideAPass, BackStallsWhatWasAddedBeforeByAsMuch) {
+  for (const int step : {1, 400, 499, 500, 501, 1000, 60'000}) {
+    EXPECT_EQ(runs_after(-step, false), 500 + step + 1) << step;
+  }
+}
+
+TEST(ClockStepInsideAPass, BackLeavesWhatIsAddedAfterItInTime) {
+  for (const int step : {1, 400, 499, 500, 501, 1000, 60'000}) {
+    EXPECT_EQ(runs_after(-step, true), 501) << step;
+  }
+}
+
+TEST(ClockStepInsideAPass, ForwardBringsWhatWasAddedBeforeNearer) {
+  EXPECT_EQ(runs_after(400, false), 101);
+  EXPECT_EQ(runs_after(1000, false), 0);
+}
+
+TEST(ClockStepInsideAPass, ForwardLeavesWhatIsAddedAfterItInTime) {
+  for (const int step : {1, 400, 1000, 60'000}) EXPECT_EQ(runs_after(step, true), 501) << step;
+}
+
+// One that is due beyond the wrap may run early.
+TEST(ClockStepInsideAPass, CloseToTheWrapCostsNoMoreThanTheStep) {
+  for (const uint64_t before : {12, 200, 500, 700, 1500}) {
+    for (const int step : {-1000, -100, 0, 100}) {
+      for (const bool step_first : {false, true}) {
+        const int ran = runs_after(step, step_first, kWrap - before);
+        EXPECT_GE(ran, 0) << before << " " << step << " " << step_first;
+        EXPECT_LE(ran, 500 + std::max(0, -step) + 1) << before << " " << step << " " << step_first;
+      }
+    }
+  }
 }
 
 TEST(OddClock, StepForwardIsCaughtUpPeriodByPeriod) {
