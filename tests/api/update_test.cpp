@@ -1,5 +1,9 @@
 // tarn_update and tarn_check_update_ms: the worker's timers seen and driven from outside.
+#include <pthread.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <functional>
 #include <thread>
 
 #include "tests/support/session_fixture.h"
@@ -182,4 +186,109 @@ TEST_F(Update, NeverRunsBesideTheWorkersTurn) {
   EXPECT_GE(watcher.calls, 299);
   EXPECT_EQ(watcher.overlaps, 0);
   a.destroy();
+}
+
+namespace {
+
+// Three sessions that re-send at the same times, and leave updates from inside their callbacks, as
+// often as they are told to.
+class LeftUpdate : public SessionFixture {
+ protected:
+  struct Session {
+    LeftUpdate* test = nullptr;
+    std::atomic<int> emissions{0};
+    Endpoint endpoint;
+  };
+
+  LeftUpdate() {
+    tarn_config_active_timeout(0xFFFFFFFF);
+    for (Session& each : sessions_) {
+      each.test = this;
+      tarn_set_output_callback(each.endpoint.handle(), on_data, &each);
+      each.endpoint.send("x");
+    }
+    settle();
+  }
+  ~LeftUpdate() override {
+    for (Session& each : sessions_) each.endpoint.destroy();
+  }
+
+  // Moves the clock on by re-send after re-send, each with an update of which the worker does not
+  // get in front, until updates have been left `count` times.
+  void leave(int count, const std::function<void()>& update) {
+    const int wanted = left_ + count;
+    for (int i = 0; i < 10000 && left_ < wanted; ++i) {
+      clock_.advance_ms(120);
+      ++resends_;
+      update();
+      settle();
+    }
+    ASSERT_EQ(left_, wanted) << "the worker was always quicker";
+  }
+
+  // Each has been re-sent each time, and once.
+  void expect_resends() {
+    for (const Session& each : sessions_) EXPECT_EQ(each.emissions, 1 + resends_);
+  }
+
+  std::atomic<pthread_t> leaver_{};  // the thread that does not come back
+  std::function<void()> way_out_;
+  int resends_ = 0;
+  std::atomic<int> left_{0};
+  Session sessions_[3];
+
+ private:
+  static int on_data(char*, int, void* self) {
+    Session& session = *static_cast<Session*>(self);
+    ++session.emissions;
+    if (session.test->leaver_ == pthread_self()) {
+      ++session.test->left_;
+      session.test->way_out_();
+    }
+    return 0;
+  }
+};
+
+struct Left {};
+
+}  // namespace
+
+TEST_F(LeftUpdate, ByAnExceptionGoesThroughToTheCaller) {
+  way_out_ = [] { throw Left(); };
+  leaver_ = pthread_self();
+  int caught = 0;
+
+  leave(20, [&] {
+    try {
+      tarn_update();
+    } catch (const Left&) {
+      ++caught;
+    }
+  });
+
+  EXPECT_EQ(caught, left_);
+  expect_resends();
+}
+
+TEST_F(LeftUpdate, ByACancelledThreadEndsThatThreadOnly) {
+  way_out_ = [] {
+    pthread_cancel(pthread_self());
+    usleep(1);
+  };
+
+  leave(20, [this] {
+    pthread_t thread;
+    pthread_create(
+        &thread, nullptr,
+        [](void* leaver) -> void* {
+          *static_cast<std::atomic<pthread_t>*>(leaver) = pthread_self();
+          tarn_update();
+          return nullptr;
+        },
+        &leaver_);
+    pthread_join(thread, nullptr);
+    leaver_ = pthread_t{};
+  });
+
+  expect_resends();
 }

@@ -7,6 +7,7 @@
 
 #include "src/tarn_thread.h"
 #include "tests/support/kit_worker.h"
+#include "tests/support/session_fixture.h"
 #include "tests/support/virtual_clock.h"
 
 using oxutils::Function;
@@ -259,6 +260,31 @@ TEST_F(WorkerTimers, UpdateRunsThemOnTheCallingThread) {
     std::this_thread::yield();
   }
   EXPECT_TRUE(ran_here);
+}
+
+// In real time: the worker has gone to sleep for ten seconds.
+TEST_F(WorkerTimers, UpdateThatIsLeftHasTheWorkerRunTheRestAtOnce) {
+  struct Leaver {
+    void run() {
+      if (pthread_equal(leaves, pthread_self()) != 0) throw 1;
+    }
+    pthread_t leaves = pthread_self();
+  } leaver;
+  keep(worker().run_every(10'000, Function(&leaver, &Leaver::run)));
+  keep(worker().run_every(10'000, count_.function()));
+  worker_turn();
+  bool left = false;
+  for (int attempt = 0; attempt < 1000 && !left; ++attempt) {
+    count_.take();
+    clock_.advance_ms(10'000);
+    try {
+      worker().update();
+    } catch (int) {
+      left = true;
+    }
+  }
+  EXPECT_TRUE(left);
+  EXPECT_TRUE(tarn_test::wait_until([this] { return count_.take() > 0; }, 5000));
 }
 
 TEST_F(WorkerTimers, UpdateBesideTheWorkerRunsEachTimerOnce) {
