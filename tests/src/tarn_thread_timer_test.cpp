@@ -273,17 +273,16 @@ TEST_F(WorkerTimers, UpdateThatIsLeftHasTheWorkerRunTheRestAtOnce) {
   keep(worker().run_every(10'000, Function(&leaver, &Leaver::run)));
   keep(worker().run_every(10'000, count_.function()));
   worker_turn();
-  bool left = false;
-  for (int attempt = 0; attempt < 1000 && !left; ++attempt) {
+  EXPECT_TRUE(tarn_test::wait_until([this] {
     count_.take();
     clock_.advance_ms(10'000);
     try {
       worker().update();
+      return false;  // the worker is still in the turn that filed them
     } catch (int) {
-      left = true;
+      return true;
     }
-  }
-  EXPECT_TRUE(left);
+  }));
   EXPECT_TRUE(tarn_test::wait_until([this] { return count_.take() > 0; }, 5000));
 }
 
