@@ -2,12 +2,9 @@
 #ifndef TARN_OXUTILS_CALLBACK_H_
 #define TARN_OXUTILS_CALLBACK_H_
 
-#include <stddef.h>
-
 #include <utility>
 
 #include "oxutils/assert.h"
-#include "oxutils/prefetch.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 
 namespace oxutils {
@@ -27,13 +24,8 @@ class CallbackBase {
   // Calls the target with the arguments stored at construction.
   virtual void run() = 0;
 
-  // Begin to load what run() will touch into the cache: the callback, and when that has come, the
-  // beginning of the object that it is bound to. The second does nothing but for a Method0Callback,
-  // which is what timers hold.
-  void prefetch() const { oxutils::prefetch(this, kPrefetchedOfCallback); }
-  void prefetch_target() const {
-    if (target_ != nullptr) oxutils::prefetch(target_, kPrefetchedOfTarget);
-  }
+  // The object that a Method0Callback is bound to, null for the other classes.
+  const void* object() const { return object_; }
 
   // Calls the target with all arguments given. Requires: A... are exactly the target's types.
   template <typename A1, typename... A>
@@ -43,10 +35,9 @@ class CallbackBase {
   void run_taking(A&... a);
 
  protected:
-  // `signature` tells callbacks of different argument types apart; `target` is what
-  // prefetch_target() loads, or null.
-  explicit CallbackBase(const void* signature, const void* target = nullptr)
-      : signature_(signature), target_(target) {}
+  // `signature` tells callbacks of different argument types apart.
+  explicit CallbackBase(const void* signature, const void* object = nullptr)
+      : signature_(signature), object_(object) {}
 
   template <typename... A>
   static const void* signature_of() {
@@ -55,12 +46,8 @@ class CallbackBase {
   }
 
  private:
-  // Bytes: a callback without arguments, and the locks and flags at the beginning of an object.
-  static constexpr size_t kPrefetchedOfCallback = 48;
-  static constexpr size_t kPrefetchedOfTarget = 128;
-
   const void* const signature_;
-  const void* const target_;
+  const void* const object_;
 };
 
 // A plain function without arguments. A null function does nothing.

@@ -12,7 +12,6 @@
 
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
-#include "oxutils/prefetch.h"
 #include "oxutils/relaxed.h"
 #include "oxutils/ring.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
@@ -41,16 +40,6 @@ class TarnTimer {
   static oxutils::shared_ptr<TarnTimer> create_timer(oxutils::Function func, int expiration,
                                                      int interval);
 
-  // Begin to load what run() will touch into the cache: the timer, and when that has come, the
-  // callback, and then the object that this is bound to.
-  void prefetch() const { oxutils::prefetch(this, sizeof *this); }
-  void prefetch_callback() const {
-    if (func_) func_.get()->prefetch();
-  }
-  void prefetch_target() const {
-    if (func_) func_.get()->prefetch_target();
-  }
-
   int id() const { return id_; }
   unsigned int expiration() const { return expiration_; }
   int interval() const { return interval_; }
@@ -70,6 +59,8 @@ class TarnTimer {
   void remove_in_loop() { removed_ = true; }
   // Reads the flag without the lock.
   bool is_removed() const { return removed_; }
+  // What run() runs, or null.
+  const oxutils::CallbackBase* callback() const { return func_.get(); }
 
   static TimerInteger s_idCreated_;
 

@@ -119,8 +119,7 @@ void TarnTimerQueue::process_timers() {
 }
 
 int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
-  TimerLookahead lookahead;
-  for (; !fifo.empty(); lookahead.step()) {
+  while (!fifo.empty()) {
     TarnTimer& front = *fifo.front();
     const int due_in = ticks_until(front.expiration(), now);
     if (due_in > 0) return due_in;
@@ -128,7 +127,7 @@ int TarnTimerQueue::process_fifo(Fifo& fifo, unsigned int now) {
       fifo.pop_front();
       continue;
     }
-    lookahead.look(fifo);
+    TimerLookahead::look(fifo);
     // Restarted first: the function sees its next expiration.
     front.restart();
     try {

@@ -138,6 +138,11 @@ TEST_F(Callbacks, Method0RunsTheMethod) {
   EXPECT_EQ(got, "base:none");
 }
 
+TEST_F(Callbacks, Method0TellsItsObject) {
+  EXPECT_EQ(oxutils::Method0Callback<Target>(&target_, &Target::none).object(), &target_);
+  EXPECT_EQ(oxutils::Callback0(take_none).object(), nullptr);
+}
+
 TEST_F(Callbacks, Method1HasEveryForm) {
   Method1 callback(&target_, &Target::one, 5);
   callback.run();
