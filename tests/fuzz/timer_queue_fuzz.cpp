@@ -1,4 +1,5 @@
-// The timer queue on a clock that goes where the input wants it, against a model of due times.
+// The timer queue on a clock that goes where the input wants it, also inside a pass, with functions
+// that throw, against a model of due times.
 #include <pthread.h>
 #include <stdlib.h>
 
@@ -68,6 +69,20 @@ uint64_t first_ms(FuzzInput& input) {
   }
 }
 
+// Every timer holds one: so many are alive.
+class Token {
+ public:
+  Token() { ++count_; }
+  Token(const Token&) { ++count_; }
+  ~Token() { --count_; }
+  static size_t count() { return count_; }
+
+ private:
+  static inline size_t count_ = 0;
+};
+
+struct Left {};
+
 class Script {
  public:
   explicit Script(FuzzInput& input) : input_(input), now_us_(first_ms(input) * 1000) {
@@ -79,6 +94,7 @@ class Script {
       owner_.is_here = true;
       step();
       FUZZ_CHECK(queue_.get_timeout() == model_.timeout());
+      FUZZ_CHECK(Token::count() == model_.live());
     }
     owner_.is_here = true;
     queue_drain();
@@ -98,10 +114,10 @@ class Script {
         pass();
         break;
       case 2:
-        go(static_cast<int64_t>(input_.u16()) * 50);
+        step_forward();
         break;
       case 3:
-        go(-static_cast<int64_t>(input_.u16()) * 20);
+        step_back();
         break;
       case 4:
         leap();
@@ -114,6 +130,9 @@ class Script {
         break;
     }
   }
+
+  void step_forward() { go(static_cast<int64_t>(input_.u16()) * 50); }
+  void step_back() { go(-static_cast<int64_t>(input_.u16()) * 20); }
 
   // Periodic timers catch up period by period, hence the bound.
   void go(int64_t us) {
@@ -145,10 +164,14 @@ class Script {
     queue_drain();
     in_pass_ = true;
     model_.begin_pass();
-    queue_.process_timers();
-    in_pass_ = false;
-    FUZZ_CHECK(model_.end_pass());
     lag_us_ = 0;
+    try {
+      queue_.process_timers();
+      FUZZ_CHECK(model_.end_pass());
+    } catch (const Left&) {
+      model_.leave_pass();
+    }
+    in_pass_ = false;
   }
 
   // One more timer or one less, from the queue's thread or from elsewhere.
@@ -203,16 +226,34 @@ class Script {
     const int delay = interval > 0 ? input_.u16() : draw_delay();
     const int index = static_cast<int>(count_++);
     const int id =
-        queue_.add_timer(oxutils::Function(this, &Script::on_run, index), delay, interval);
+        queue_.add_timer(oxutils::Function(this, &Script::on_run, index, Token()), delay, interval);
     if (index == 0) first_id_ = id;
     FUZZ_CHECK(id == first_id_ + index);
     model_.add(id, delay, interval, owner_.is_here);
   }
 
-  void on_run(int index) {
+  void on_run(int index, Token) {
     FUZZ_CHECK(in_pass_);
     FUZZ_CHECK(model_.took_place(first_id_ + index));
-    if (!input_.empty() && input_.below(4) == 0) change();
+    if (input_.empty()) return;
+    switch (input_.below(16)) {
+      case 0:
+      case 4:
+      case 8:
+      case 12:
+        change();
+        break;
+      case 1:
+        throw Left();
+      case 2:
+        step_back();
+        break;
+      case 3:
+        step_forward();
+        break;
+      default:
+        break;
+    }
   }
 
   FuzzInput& input_;

@@ -45,6 +45,7 @@ void TimerModel::drain() {
 }
 
 void TimerModel::file(const TimerPtr& timer) {
+  if (timer->is_removed) return;
   if (timer->interval > 0) {
     periodic_[timer->interval].push_back(timer);
     index_[timer->id] = timer;
@@ -58,7 +59,7 @@ void TimerModel::apply_cancel(int id) {
   one_shots_.erase(std::remove_if(one_shots_.begin(), one_shots_.end(),
                                   [id](const TimerPtr& each) { return each->id == id; }),
                    one_shots_.end());
-  // One that has been overtaken arrives all the same, and does nothing when its time comes.
+  // One that has been overtaken arrives all the same, and is dropped.
   const auto overtaken = on_way_.find(id);
   if (overtaken != on_way_.end()) overtaken->second->is_removed = true;
   const auto periodic = index_.find(id);
@@ -67,9 +68,19 @@ void TimerModel::apply_cancel(int id) {
   index_.erase(periodic);
 }
 
-int TimerModel::timeout() const { return std::min(one_shot_timeout_, periodic_timeout_); }
+int TimerModel::timeout() const {
+  return std::max(0, std::min(one_shot_timeout_, periodic_timeout_));
+}
+
+size_t TimerModel::live() const {
+  size_t count = one_shots_.size();
+  for (const Change& each : changes_) count += each.added ? 1 : 0;
+  for (const auto& each : periodic_) count += each.second.size();
+  return count;
+}
 
 void TimerModel::begin_pass() {
+  pass_now_ = now_;
   const uint32_t elapsed = now_ - last_tick_;
   last_tick_ = now_;
   const int left = static_cast<int>(static_cast<uint32_t>(one_shot_timeout_) - elapsed);
@@ -87,12 +98,9 @@ void TimerModel::begin_pass() {
 void TimerModel::take_due() {
   const auto first_due =
       std::stable_partition(one_shots_.begin(), one_shots_.end(),
-                            [this](const TimerPtr& each) { return each->expiration >= now_; });
+                            [this](const TimerPtr& each) { return each->expiration >= pass_now_; });
   due_.assign(first_due, one_shots_.end());
   one_shots_.erase(first_due, one_shots_.end());
-  due_.erase(std::remove_if(due_.begin(), due_.end(),
-                            [](const TimerPtr& each) { return each->is_removed; }),
-             due_.end());
 }
 
 // Ascending expirations; those with the same one may come in any order.
@@ -114,24 +122,29 @@ void TimerModel::end_one_shots() {
       one_shots_.begin(), one_shots_.end(),
       [](const TimerPtr& a, const TimerPtr& b) { return a->expiration < b->expiration; });
   if (first == one_shots_.end()) return;
-  const int left = ticks_from(now_, (*first)->expiration);
-  if (left >= 0) one_shot_timeout_ = std::min(left, kLongest);
+  const int left = ticks_from(pass_now_, (*first)->expiration);
+  // In the past, but not before the pass: the tick has wrapped.
+  if (left < 0 && (*first)->expiration >= pass_now_) return;
+  one_shot_timeout_ = std::min(left, kLongest);
+}
+
+void TimerModel::requeue_running() {
+  if (!running_) return;
+  std::deque<TimerPtr>& queue = periodic_[running_->interval];
+  queue.push_back(running_);
+  queue.pop_front();
+  running_.reset();
 }
 
 // The timer to run next, moved on by one period, or none when the pass is over.
 TimerModel::TimerPtr TimerModel::next_periodic() {
-  if (running_) {
-    std::deque<TimerPtr>& queue = periodic_[running_->interval];
-    queue.push_back(running_);
-    queue.pop_front();
-    running_.reset();
-  }
+  requeue_running();
   auto at = periodic_begun_ ? periodic_.lower_bound(cursor_) : periodic_.begin();
   periodic_begun_ = true;
   for (; at != periodic_.end(); ++at) {
     cursor_ = at->first;
     std::deque<TimerPtr>& queue = at->second;
-    while (!queue.empty() && ticks_from(now_, queue.front()->expiration) <= 0) {
+    while (!queue.empty() && ticks_from(pass_now_, queue.front()->expiration) <= 0) {
       if (!queue.front()->is_removed) {
         running_ = queue.front();
         running_->expiration += static_cast<uint32_t>(running_->interval);
@@ -140,7 +153,7 @@ TimerModel::TimerPtr TimerModel::next_periodic() {
       queue.pop_front();
     }
     if (queue.empty()) continue;
-    pass_timeout_ = std::min(pass_timeout_, ticks_from(now_, queue.front()->expiration));
+    pass_timeout_ = std::min(pass_timeout_, ticks_from(pass_now_, queue.front()->expiration));
   }
   return nullptr;
 }
@@ -158,6 +171,14 @@ bool TimerModel::end_pass() {
   if (next_periodic()) return false;
   periodic_timeout_ = pass_timeout_;
   return true;
+}
+
+// What has run has run; the rest is due at once.
+void TimerModel::leave_pass() {
+  (one_shots_done_ ? periodic_timeout_ : one_shot_timeout_) = 0;
+  one_shots_.insert(one_shots_.end(), due_.begin(), due_.end());
+  due_.clear();
+  requeue_running();
 }
 
 }  // namespace tarn_fuzz

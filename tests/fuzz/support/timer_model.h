@@ -2,6 +2,7 @@
 #ifndef TARN_TESTS_FUZZ_SUPPORT_TIMER_MODEL_H_
 #define TARN_TESTS_FUZZ_SUPPORT_TIMER_MODEL_H_
 
+#include <stddef.h>
 #include <stdint.h>
 
 #include <deque>
@@ -12,8 +13,9 @@
 namespace tarn_fuzz {
 
 // Goes along with a real queue: whoever runs a pass of the queue brackets it with begin_pass() and
-// end_pass() and reports each timer that runs meanwhile to took_place(). Ticks are milliseconds
-// that wrap at 32 bits.
+// end_pass(), or leave_pass() when a timer's function has left it, and reports each timer that runs
+// meanwhile to took_place(). The clock may go elsewhere inside a pass. Ticks are milliseconds that
+// wrap at 32 bits.
 class TimerModel {
  public:
   explicit TimerModel(uint32_t now) : now_(now), last_tick_(now) {}
@@ -30,8 +32,11 @@ class TimerModel {
   bool took_place(int id);
   // False when a timer that is due has not run.
   bool end_pass();
+  void leave_pass();
 
   int timeout() const;
+  // Timers that are filed or on their way. Between passes.
+  size_t live() const;
   bool has_periodic() const { return !index_.empty(); }
 
  private:
@@ -53,9 +58,11 @@ class TimerModel {
   void take_due();
   void end_one_shots();
   TimerPtr next_periodic();
+  void requeue_running();
   bool is_next_one_shot(int id);
 
   uint32_t now_;
+  uint32_t pass_now_;               // when the pass began
   std::vector<Change> changes_;     // on their way to the queue's thread
   std::map<int, TimerPtr> on_way_;  // added among them
   std::vector<TimerPtr> one_shots_;
