@@ -2,9 +2,12 @@
 // replaces operator new.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tarn/tarn.h"
@@ -14,6 +17,7 @@ namespace {
 thread_local bool counting = false;
 thread_local size_t allocations = 0;
 thread_local size_t allocated_bytes = 0;
+std::atomic<long> live_blocks{0};  // of all threads
 
 }  // namespace
 
@@ -22,15 +26,19 @@ void* operator new(size_t size) {
     ++allocations;
     allocated_bytes += size;
   }
+  ++live_blocks;
   if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
   throw std::bad_alloc();
 }
 // Said as well: a sanitizer's own would be taken otherwise.
 void* operator new[](size_t size) { return operator new(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory, size_t) noexcept { std::free(memory); }
-void operator delete(void* memory, size_t) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept {
+  if (memory != nullptr) --live_blocks;
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept { operator delete(memory); }
+void operator delete[](void* memory, size_t) noexcept { operator delete(memory); }
+void operator delete(void* memory, size_t) noexcept { operator delete(memory); }
 
 namespace {
 
@@ -146,6 +154,62 @@ TEST_F(Allocation, LookingAtADatagramAllocatesNothing) {
   }
   EXPECT_EQ(conv, 0x01020304u);
   EXPECT_EQ(allocations, 0u);
+}
+
+// Creates sessions on this thread that the worker destroys before it has heard of them, inside a
+// callback of another one.
+class Orphans {
+ public:
+  static constexpr int kSessions = 20;
+
+  Orphans() {
+    void* const session = tarn_create();
+    tarn_set_output_callback(session, on_output, this);
+    char message[] = "x";
+    tarn_send_reliable(session, message, 1);
+    while (stage_ != kWorkerWaits) std::this_thread::yield();
+    for (void*& each : sessions_) each = tarn_create();
+    stage_ = kCreated;
+    while (stage_ != kDestroyed) std::this_thread::yield();
+    tarn_destroy(session);
+  }
+
+ private:
+  enum Stage { kFresh, kWorkerWaits, kCreated, kDestroyed };
+
+  // First inside tarn_send_reliable(), then on the worker.
+  static int on_output(char*, int, void* self) {
+    auto* const orphans = static_cast<Orphans*>(self);
+    if (orphans->creator_ == std::this_thread::get_id() || orphans->stage_ != kFresh) return 0;
+    orphans->stage_ = kWorkerWaits;
+    while (orphans->stage_ != kCreated) std::this_thread::yield();
+    for (void* const each : orphans->sessions_) tarn_destroy(each);
+    orphans->stage_ = kDestroyed;
+    return 0;
+  }
+
+  const std::thread::id creator_ = std::this_thread::get_id();
+  std::atomic<Stage> stage_{kFresh};
+  void* sessions_[kSessions] = {};
+};
+
+// Until so many blocks are left at most; what is cancelled goes when it comes up, within 50 ms.
+bool blocks_come_down_to(long blocks) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (live_blocks > blocks) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}
+
+TEST_F(Allocation, SessionsDestroyedBeforeTheWorkerHasHeardOfThemLeaveNothing) {
+  constexpr long kTables = 2 * Orphans::kSessions;  // which are kept for the next ones
+  const long before = live_blocks;
+  for (int round = 0; round < 3; ++round) {
+    const Orphans orphans;
+    EXPECT_TRUE(blocks_come_down_to(before + kTables)) << live_blocks - before << " are left";
+  }
 }
 
 }  // namespace
