@@ -61,6 +61,7 @@ Habits draw_habits(Random& random) {
   habits.reply_share = sometimes(random, 0.4, 0.2);
   habits.replies = static_cast<unsigned int>(random.between(0, 40));
   habits.destroy_share = random.chance(0.15) ? 0.02 : 0;
+  habits.orphan_share = sometimes(random, 0.1, 0.02);
   return habits;
 }
 
@@ -170,6 +171,7 @@ Plan draw_plan(uint64_t seed) {
   plan.wall_ms = draw_wall(random);
   plan.steps = draw_steps(random);
   plan.update_share = sometimes(random, 0.2, 0.3);
+  if (plan.update_share > 0) plan.leave_share = sometimes(random, 0.5, 0.3);
   plan.log_level = random.pick({0, 0, 0, 2, 5});
   for (uint64_t i = random.between(1, 2); i > 0; --i) {
     Round round;

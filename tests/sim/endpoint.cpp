@@ -378,6 +378,27 @@ void Endpoint::act_in_callback() {
     }
   }
   if (random_.chance(habits.destroy_share)) destroy(0);
+  if (random_.chance(habits.orphan_share)) destroy_orphan();
+  leave_update();
+}
+
+// On the worker, that is before the worker has heard of the new session's timers.
+void Endpoint::destroy_orphan() {
+  void* orphan = nullptr;
+  world_.scheduler().join(world_.scheduler().spawn("mother", [&orphan] {
+    const InsideLibrary inside;
+    orphan = tarn_create();
+  }));
+  const InsideLibrary inside;
+  tarn_destroy(orphan);
+}
+
+// Not out of a call on the session, which would end as well.
+void Endpoint::leave_update() {
+  if (destroyed_ || is_inside(world_.scheduler().self()) || !world_.leaves_update(random_)) return;
+  out_.resend_left();
+  world_.event("{} leaves the update", plan_.name);
+  throw LeftCallback();
 }
 
 void Endpoint::observe() {

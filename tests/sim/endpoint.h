@@ -23,7 +23,11 @@ struct Habits {
   double reply_share = 0;    // of the callbacks that send something
   unsigned int replies = 0;  // at most
   double destroy_share = 0;  // of the callbacks that destroy their session
+  double orphan_share = 0;   // of the callbacks that destroy what another thread has just created
 };
+
+// Thrown by callbacks, through the tarn_update() that they are called from.
+struct LeftCallback {};
 
 // Calls the library for the tasks of the simulator and watches what comes back: each emission, each
 // delivery and each error has to be allowed at that moment.
@@ -98,6 +102,8 @@ class Endpoint {
   void expect_of(std::string_view datagram);
   void tell_acknowledged(std::string_view datagram);
   void act_in_callback();
+  void destroy_orphan();
+  void leave_update();
   void note_activity(uint32_t tick_before);
   std::string draw_bytes(size_t size);
 

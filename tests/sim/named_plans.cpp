@@ -168,6 +168,28 @@ Plan silence() {
   return plan;
 }
 
+// Somebody runs the timers beside the worker, and the callbacks do not come back.
+Plan left_updates() {
+  Plan plan = talk(distance(20));
+  plan.update_share = 0.5;
+  plan.leave_share = 0.5;
+  only(plan).link_ab.loss = only(plan).link_ba.loss = 0.2;
+  ConversationPlan more = only(plan);
+  for (const char* name : {"2", "3", "4"}) {
+    more.name = name;
+    plan.rounds[0].conversations.push_back(more);
+  }
+  return plan;
+}
+
+// Sessions that are gone before the worker has heard of them.
+Plan orphans() {
+  Plan plan = talk(distance(20));
+  only(plan).link_ab.loss = only(plan).link_ba.loss = 0.1;
+  only(plan).script_a.habits.orphan_share = only(plan).script_b.habits.orphan_share = 0.1;
+  return plan;
+}
+
 // Everything happens inside callbacks, and everybody is held up all the time.
 Plan storm() {
   LinkSettings link = distance(5);
@@ -247,12 +269,14 @@ const std::map<std::string, Maker>& makers() {
       {"cut_off", cut_off},
       {"feedback_loss", feedback_loss},
       {"heavy_loss", heavy_loss},
+      {"left_updates", left_updates},
       {"listener", [] { return through(Path::kListener, 5); }},
       {"long_delay", long_delay},
       {"mtu_1", [] { return mtu(1); }},
       {"mtu_1400", [] { return mtu(1400); }},
       {"mtu_5", [] { return mtu(5); }},
       {"mtu_65530", [] { return mtu(65530); }},
+      {"orphans", orphans},
       {"overflow", overflow},
       {"restarted_peer", restarted_peer},
       {"sequence_wrap", sequence_wrap},

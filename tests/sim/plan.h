@@ -69,6 +69,7 @@ struct Plan {
   uint64_t wall_ms = 0;
   std::vector<ClockStep> steps;
   double update_share = 0;  // of the milliseconds in which somebody calls tarn_update
+  double leave_share = 0;   // of the callbacks inside such a call that throw through it
   int log_level = 0;
   std::vector<Round> rounds;
   // What has to have happened in the end.

@@ -185,14 +185,21 @@ void Simulation::disturb() {
       world_.event("wall clock {} {} ms", ms < 0 ? "back" : "forward", ms < 0 ? -ms : ms);
       world_.step_wall(ms);
     }
-    if (!random_.chance(plan_.update_share)) continue;
-    world_.set_runs_timers(scheduler.self(), true);
-    {
-      const InsideLibrary inside;
-      tarn_update();
-    }
-    world_.set_runs_timers(scheduler.self(), false);
+    if (random_.chance(plan_.update_share)) update();
   }
+}
+
+void Simulation::update() {
+  const TaskId self = world_.scheduler().self();
+  world_.set_runs_timers(self, true);
+  world_.set_leave_share(plan_.leave_share);
+  try {
+    const InsideLibrary inside;
+    tarn_update();
+  } catch (const LeftCallback&) {
+  }
+  world_.set_leave_share(0);
+  world_.set_runs_timers(self, false);
 }
 
 // A handle is released by a one-shot, and one that the wrap of the tick has passed by comes up when

@@ -43,6 +43,7 @@ class Simulation {
   void play(const Round& round);
   void talk(const Round& round);
   void disturb();
+  void update();
   void create_and_destroy_sessions();
   void let_timers_catch_up();
   void for_each_conversation(void (Conversation::*what)());

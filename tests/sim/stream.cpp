@@ -129,10 +129,17 @@ void Stream::check_resend_time(const Piece& piece, uint64_t number) const {
   const uint64_t waited = world_.scheduler().now() - piece.emitted_at;
   const bool first = piece.emissions == 1;
   if (waited < (first ? kFirstResendMin : kResendMin) ||
-      waited > (first ? kFirstResendMax : kResendMax)) {
+      world_.scheduler().now() > latest_resend(piece)) {
     fail("{}: segment {} goes out again {:.1f} ms after its emission number {}", name_, number,
          static_cast<double>(waited) * 1e-6, piece.emissions);
   }
+}
+
+// A segment that was to go out when its pass was left does so one rotation later.
+uint64_t Stream::latest_resend(const Piece& piece) const {
+  const uint64_t latest = piece.emitted_at + (piece.emissions == 1 ? kFirstResendMax : kResendMax);
+  return resend_left_at_ > piece.emitted_at ? std::max(latest, resend_left_at_ + kResendMax)
+                                            : latest;
 }
 
 void Stream::check_resends() const {
@@ -141,7 +148,7 @@ void Stream::check_resends() const {
   for (uint64_t number = all_acknowledged_; number < segments_.size(); ++number) {
     const Piece& piece = segments_[number];
     if (!piece.settled || piece.acknowledged || piece.refused) continue;
-    if (now - piece.emitted_at > (piece.emissions == 1 ? kFirstResendMax : kResendMax)) {
+    if (now > latest_resend(piece)) {
       fail("{}: segment {} has not been sent for {:.1f} ms", name_, number,
            static_cast<double>(now - piece.emitted_at) * 1e-6);
     }

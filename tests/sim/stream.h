@@ -38,6 +38,8 @@ class Stream {
   void emitted(const Emission& emission);
   // The segment that the running task emitted last met a full window.
   void refused();
+  // What else was to be re-sent now waits for the next rotation.
+  void resend_left() { resend_left_at_ = world_.scheduler().now(); }
   bool is_sending() const;
   // The point at which the running task began its innermost message. Requires: it is sending.
   uint64_t sending_since() const { return open_.at(world_.scheduler().self()).back().since; }
@@ -88,6 +90,7 @@ class Stream {
   void first_emission(Piece& piece, uint64_t number, const Emission& emission);
   void repeated_emission(Piece& piece, uint64_t number, const Emission& emission);
   void check_resend_time(const Piece& piece, uint64_t number) const;
+  uint64_t latest_resend(const Piece& piece) const;
   static uint8_t flag_of(const OpenMessage& message, size_t payload);
   void settle_last(const OpenMessage& message);
   void mark_acknowledged(Piece& piece);
@@ -98,6 +101,7 @@ class Stream {
   std::vector<Piece> segments_;  // by number, counted on past the 16 bits of the wire
   std::map<TaskId, std::vector<OpenMessage>> open_;
   uint64_t first_refused_ = UINT64_MAX;
+  uint64_t resend_left_at_ = 0;    // last, by a callback
   uint64_t in_order_ = 0;          // all before it have been fed
   uint64_t all_acknowledged_ = 0;  // all before it have been acknowledged
   uint64_t next_delivery_ = 0;     // first segment of the next message

@@ -40,6 +40,15 @@ class World {
   // Tasks on which timers run: the worker, and whoever calls tarn_update() meanwhile.
   bool runs_timers() const { return timer_tasks_.count(scheduler_.self()) != 0; }
   void set_runs_timers(TaskId task, bool runs);
+  // The running task is in a tarn_update() whose callbacks leave it in this share of cases.
+  void set_leave_share(double share) {
+    leaver_ = scheduler_.self();
+    leave_share_ = share;
+  }
+  // Draws, whether a callback is to leave the update that it is called from.
+  bool leaves_update(Random& random) const {
+    return leave_share_ > 0 && leaver_ == scheduler_.self() && random.chance(leave_share_);
+  }
 
   // The wall clock, in microseconds since the epoch.
   uint64_t wall_us() const {
@@ -67,6 +76,8 @@ class World {
   int64_t wall_offset_us_;
   const uint64_t first_wall_us_;
   std::set<TaskId> timer_tasks_;
+  TaskId leaver_ = 0;
+  double leave_share_ = 0;
   uint64_t furthest_wall_us_ = 0;
 };
 
