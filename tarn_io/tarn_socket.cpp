@@ -44,8 +44,8 @@ TarnSocket::TarnSocket(int fd, Protocol p) : fd_(fd), protocol_(p) {}
 int TarnSocket::create_socket(AddrFamily af, Protocol p) {
   int fd = 0;
   const int domain = af == IPV4 ? AF_INET : AF_INET6;
-  if (is_known(af) && p == UDP) fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
-  if (is_known(af) && p == TCP) fd = socket(domain, SOCK_STREAM, IPPROTO_TCP);
+  if (is_known(af) && p == UDP) fd = socket(domain, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
+  if (is_known(af) && p == TCP) fd = socket(domain, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP);
   TARN_LOG_VERBOSE("create socket fd %d af %d protocol %d", fd, af, p);
   return fd;
 }
@@ -77,7 +77,7 @@ bool TarnSocket::has_ip_v6() {
 }
 
 bool TarnSocket::ip_stack_check_connect(int domain, sockaddr* addr, size_t len) {
-  const int fd = socket(domain, SOCK_DGRAM, IPPROTO_UDP);
+  const int fd = socket(domain, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
   if (fd < 0) return false;
   int result = 0;
   do {
@@ -145,7 +145,7 @@ TarnSocket TarnSocket::accept() {
   if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
   Address from;
   socklen_t size = address_size(af_);
-  const int fd = ::accept(fd_, &from.any, &size);
+  const int fd = ::accept4(fd_, &from.any, &size, SOCK_CLOEXEC);
   if (fd < 0) TARN_LOG_ERROR("fd %d accept failed error %d", fd_, last_error());
   return TarnSocket(fd, TCP);
 }

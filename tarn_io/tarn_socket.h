@@ -33,7 +33,8 @@ class TarnSocket {
   Protocol protocol() const { return protocol_; }
   int fd() const { return fd_; }
 
-  // The new descriptor, -1 on failure, 0 for a family or protocol that there is not.
+  // The new descriptor, -1 on failure, 0 for a family or protocol that there is not. An exec closes
+  // it, like every one that is opened here.
   static int create_socket(AddrFamily af, Protocol p);
   static bool ip_v6_only();
   static bool has_ip_v4();

@@ -100,6 +100,8 @@ TARN_FAILS_BY_ERRNO(int, socket, (int domain, int type, int protocol), (domain, 
 TARN_FAILS_BY_ERRNO(int, bind, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))
 TARN_FAILS_BY_ERRNO(int, listen, (int fd, int backlog), (fd, backlog))
 TARN_FAILS_BY_ERRNO(int, accept, (int fd, sockaddr* from, socklen_t* size), (fd, from, size))
+TARN_FAILS_BY_ERRNO(int, accept4, (int fd, sockaddr* from, socklen_t* size, int flags),
+                    (fd, from, size, flags))
 TARN_FAILS_BY_ERRNO(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))
 TARN_FAILS_BY_ERRNO(int, getsockname, (int fd, sockaddr* own, socklen_t* size), (fd, own, size))
 TARN_FAILS_BY_ERRNO(int, getsockopt, (int fd, int level, int name, void* value, socklen_t* size),

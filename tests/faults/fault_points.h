@@ -12,6 +12,7 @@
   POINT(bind)                      \
   POINT(listen)                    \
   POINT(accept)                    \
+  POINT(accept4)                   \
   POINT(connect)                   \
   POINT(getsockname)               \
   POINT(getsockopt)                \

@@ -22,6 +22,7 @@ const std::vector<Row>& rows() {
       {kFault_bind, kMaySpoil, {EADDRINUSE, EACCES, ENOMEM}},
       {kFault_listen, kMaySpoil, {EADDRINUSE, ENOMEM}},
       {kFault_accept, kCompletes, {EMFILE, ENFILE, ENOMEM, ECONNABORTED, EINTR, EAGAIN}},
+      {kFault_accept4, kCompletes, {EMFILE, ENFILE, ENOMEM, ECONNABORTED, EINTR, EAGAIN}},
       {kFault_connect, kMaySpoil, {EINTR, ENETUNREACH, ECONNREFUSED, EADDRNOTAVAIL}},
       {kFault_getsockname, kCompletes, {ENOBUFS}},
       {kFault_getsockopt, kCompletes, {ENOBUFS}},

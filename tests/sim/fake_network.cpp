@@ -48,7 +48,7 @@ int FakeNetwork::add(FakeSocketPtr socket) {
 
 int FakeNetwork::socket(int domain, int type) {
   if (domain != AF_INET) return -EAFNOSUPPORT;
-  return add(std::make_shared<FakeSocket>(type == SOCK_STREAM));
+  return add(std::make_shared<FakeSocket>((type & ~SOCK_CLOEXEC) == SOCK_STREAM));
 }
 
 int FakeNetwork::close(int fd) {

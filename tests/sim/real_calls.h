@@ -24,6 +24,7 @@ int __real_bind(int fd, const sockaddr* address, socklen_t size);
 int __real_connect(int fd, const sockaddr* address, socklen_t size);
 int __real_listen(int fd, int backlog);
 int __real_accept(int fd, sockaddr* address, socklen_t* size);
+int __real_accept4(int fd, sockaddr* address, socklen_t* size, int flags);
 int __real_getsockname(int fd, sockaddr* address, socklen_t* size);
 int __real_getsockopt(int fd, int level, int option, void* value, socklen_t* size);
 int __real_setsockopt(int fd, int level, int option, const void* value, socklen_t size);

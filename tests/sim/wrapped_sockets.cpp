@@ -81,6 +81,11 @@ int __wrap_accept(int fd, sockaddr* address, socklen_t* size) {
   return simulate(fd, [=](FakeNetwork& network) { return network.accept(fd, address, size); });
 }
 
+int __wrap_accept4(int fd, sockaddr* address, socklen_t* size, int flags) {
+  if (!is_simulated(fd)) return __real_accept4(fd, address, size, flags);
+  return simulate(fd, [=](FakeNetwork& network) { return network.accept(fd, address, size); });
+}
+
 int __wrap_getsockname(int fd, sockaddr* address, socklen_t* size) {
   if (!is_simulated(fd)) return __real_getsockname(fd, address, size);
   return simulate(fd, [=](FakeNetwork& network) { return network.local_name(fd, address, size); });

@@ -60,6 +60,8 @@ void OwnedFd::reset() {
 
 bool is_open(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
+bool is_closed_by_exec(int fd) { return (fcntl(fd, F_GETFD) & FD_CLOEXEC) != 0; }
+
 bool is_non_blocking(int fd) { return (fcntl(fd, F_GETFL) & O_NONBLOCK) != 0; }
 
 uint16_t port_of(int fd) {

@@ -43,6 +43,7 @@ struct Ends {
 
 bool is_open(int fd);
 bool is_non_blocking(int fd);
+bool is_closed_by_exec(int fd);
 // The local port of a socket of either family.
 uint16_t port_of(int fd);
 // The value of an integer option at SOL_SOCKET.

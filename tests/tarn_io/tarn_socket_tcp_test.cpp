@@ -37,6 +37,7 @@ TEST(TarnSocketTcp, AcceptsAConnectionAsAnIpv4Stream) {
   EXPECT_GT(accepted.fd(), 0);
   EXPECT_EQ(accepted.protocol(), TarnSocket::TCP);
   EXPECT_EQ(accepted.af(), TarnSocket::IPV4);
+  EXPECT_TRUE(tarn_test::is_closed_by_exec(accepted.fd()));
   EXPECT_EQ(accepted.send("hello", 5), 5);
   EXPECT_EQ(tarn_test::receive_text(peer.get()), "hello");
   accepted.close();

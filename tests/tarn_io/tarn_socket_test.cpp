@@ -50,6 +50,12 @@ TEST_P(CreatedSocket, HasTheDomainAndTypeAskedFor) {
   EXPECT_EQ(socket_option(fd.get(), SO_TYPE), kind.type);
 }
 
+TEST_P(CreatedSocket, IsClosedByAnExec) {
+  const OwnedFd fd(TarnSocket::create_socket(GetParam().af, GetParam().protocol));
+
+  EXPECT_TRUE(tarn_test::is_closed_by_exec(fd.get()));
+}
+
 TEST_P(CreatedSocket, IsLoggedWithItsDescriptorFamilyAndProtocol) {
   const LogCapture log;
 
