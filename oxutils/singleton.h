@@ -3,8 +3,8 @@
 #define TARN_OXUTILS_SINGLETON_H_
 
 #include <atomic>
-#include <new>
 
+#include "oxutils/assert.h"
 #include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
 
@@ -13,6 +13,9 @@ namespace oxutils {
 // Base of T, as in `class TarnLog : public singleton<TarnLog>`. instance() may be called on any
 // thread, during static initialisation and at exit. Other objects of T may exist beside the
 // instance.
+//
+// T is constructed under the creation lock: its constructor calls nothing that may want the lock of
+// somebody who waits for the instance. A T that begins something declares `void published()`.
 template <typename T>
 class singleton {
  public:
@@ -34,33 +37,47 @@ class singleton {
   singleton& operator=(const singleton&) = delete;
 
  protected:
+  // A T whose instance running threads use until the process is gone declares true: that instance
+  // then stays whatever becomes of other objects of T.
+  static constexpr bool kLivesForEver = false;
+
   singleton() = default;
 
-  // Takes the instance down with it, unless free_ is set.
+  // Takes the instance down with it, unless that lives for ever or free_ is set.
   virtual ~singleton() {
-    if (free_) return;
+    if (T::kLivesForEver || free_) return;
     const scoped_lock hold(lock_());
     // Cleared first: deleting the instance enters this destructor again.
     T* const doomed = instance_.exchange(nullptr);
     if (doomed != nullptr && static_cast<singleton*>(doomed) != this) delete doomed;
   }
 
-  // Set by the classes whose instance running threads use until the process is gone: it then stays
-  // whatever becomes of other objects of T.
+  // Called on the instance alone, by the thread that has created it and with no lock held, while
+  // other threads may be using it. Not virtual: T's own, if it declares one, is called.
+  void published() {}
+
+  // Whether the calling thread is constructing the instance; for constructors of T.
+  static bool is_creating() {
+    const scoped_lock hold(lock_());
+    return !hold.owns_lock();
+  }
+
   static inline relaxed<bool> free_{false};
 
  private:
   // Apart from the callers' code: it runs once.
   __attribute__((noinline, cold)) static T* create() {
-    const scoped_lock hold(lock_());
-    T* const existing = instance_.load(std::memory_order_relaxed);
-    if (existing != nullptr) return existing;
-    // T's constructor has called out, and whom it called has come back: there is one T still.
-    if (!hold.owns_lock()) return under_construction_;
-    void* const memory = ::operator new(sizeof(T));
-    under_construction_ = static_cast<T*>(memory);
-    T* const created = new (memory) T;
-    instance_.store(created, std::memory_order_release);
+    T* created = nullptr;
+    {
+      const scoped_lock hold(lock_());
+      // A constructor that asks for the instance which it is making would do so for ever.
+      OX_ASSERT("oxutils/singleton", __LINE__, hold.owns_lock());
+      T* const existing = instance_.load(std::memory_order_relaxed);
+      if (existing != nullptr) return existing;
+      created = new T;
+      instance_.store(created, std::memory_order_release);
+    }
+    created->published();
     return created;
   }
 
@@ -71,7 +88,6 @@ class singleton {
   }
 
   static inline std::atomic<T*> instance_{nullptr};
-  static inline T* under_construction_ = nullptr;  // guarded by lock_()
 };
 
 }  // namespace oxutils

@@ -5,9 +5,12 @@
 #include "oxutils/relaxed.h"
 #include "oxutils/singleton.h"
 
-// Unchecked values, read and written on any thread without a lock, each read when it is used.
+// Unchecked values, read and written on any thread without a lock, each read when it is used. The
+// instance lives for ever: the worker reads settings until the process is gone.
 class TarnConfig : public oxutils::singleton<TarnConfig> {
  public:
+  static constexpr bool kLivesForEver = true;
+
   TarnConfig();
   ~TarnConfig() override;
 

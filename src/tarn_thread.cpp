@@ -4,8 +4,7 @@
 
 #include "src/tarn_log.h"
 
-// The instance outlives everything: its thread runs until the process is gone.
-TarnThread::TarnThread() { free_ = true; }
+TarnThread::TarnThread() = default;
 
 TarnThread::~TarnThread() {
   ending_ = true;

@@ -22,6 +22,8 @@
 // operations, get_timeout() and update() require start(). The process's instance lives for ever.
 class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> {
  public:
+  static constexpr bool kLivesForEver = true;
+
   TarnThread();
   // Ends and joins the worker. Not on the worker itself.
   ~TarnThread() override;

@@ -16,8 +16,7 @@ constexpr int kErrorPause = 10;
 
 }  // namespace
 
-// The instance outlives everything: the I/O thread polls until the process is gone.
-TarnPoller::TarnPoller() { free_ = true; }
+TarnPoller::TarnPoller() = default;
 
 TarnPoller::~TarnPoller() = default;
 

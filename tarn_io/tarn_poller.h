@@ -30,6 +30,8 @@
 // says when), and runs what the list holds as long as nothing has changed since it was made.
 class TarnPoller : public oxutils::singleton<TarnPoller> {
  public:
+  static constexpr bool kLivesForEver = true;
+
   // Up to three functions for a descriptor; a slot without one is not live.
   struct EventHandler {
     oxutils::Function read_func;

@@ -9,6 +9,8 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/kit_death.h"
+
 using oxutils::singleton;
 
 namespace {
@@ -46,8 +48,32 @@ struct Unused : singleton<Unused> {};
 
 // Asks for itself while it is built.
 struct Nested : singleton<Nested> {
-  Nested() { seen_inside = instance(); }
-  static inline Nested* seen_inside = nullptr;
+  Nested() { instance(); }
+};
+
+// Has another thread ask for the instance when it is told that it can be had.
+struct Announced : singleton<Announced> {
+  Announced() : made_as_instance(is_creating()) {}
+  void published() {
+    ++told;
+    std::thread([] { seen_elsewhere = instance(); }).join();
+  }
+  const bool made_as_instance;
+  static inline int told = 0;
+  static inline Announced* seen_elsewhere = nullptr;
+};
+
+// Cannot be built the first time.
+struct Hesitant : singleton<Hesitant> {
+  Hesitant() {
+    if (attempts++ == 0) throw attempts;
+  }
+  static inline int attempts = 0;
+};
+
+struct Lasting : singleton<Lasting> {
+  static constexpr bool kLivesForEver = true;
+  static bool is_free() { return free_; }
 };
 
 struct ExitGuard : singleton<ExitGuard> {
@@ -99,9 +125,38 @@ TEST(Singleton, AskingWhetherItExistsDoesNotCreateIt) {
   EXPECT_EQ(Unused::existing(), instance);
 }
 
-TEST(Singleton, IsOneStillWhenItsConstructorAsksForIt) {
-  Nested* const instance = Nested::instance();
-  EXPECT_EQ(Nested::seen_inside, instance);
+TEST(SingletonDeathTest, ConstructorThatAsksForItsOwnInstanceAborts) {
+  EXPECT_ABORT(Nested::instance(), ::tarn_test::assertion_without_line(
+                                       "oxutils/singleton", "create", "hold.owns_lock()"));
+}
+
+TEST(Singleton, IsToldOnceAndWithNoLockHeldThatItCanBeHad) {
+  Announced* const instance = Announced::instance();
+  Announced::instance();
+  EXPECT_EQ(Announced::told, 1);
+  EXPECT_EQ(Announced::seen_elsewhere, instance);
+}
+
+TEST(Singleton, ConstructorKnowsWhetherItMakesTheInstance) {
+  EXPECT_TRUE(Announced::instance()->made_as_instance);
+  const int told = Announced::told;
+  const auto* const beside = new Announced;
+  EXPECT_FALSE(beside->made_as_instance);
+  EXPECT_EQ(Announced::told, told);
+  delete beside;
+}
+
+TEST(Singleton, IsMadeByTheNextCallWhenItsConstructorHasThrown) {
+  EXPECT_THROW(Hesitant::instance(), int);
+  EXPECT_NE(Hesitant::instance(), nullptr);
+  EXPECT_EQ(Hesitant::attempts, 2);
+}
+
+TEST(Singleton, StaysWhateverBecomesOfOtherObjectsIfItLivesForEver) {
+  Lasting* const instance = Lasting::instance();
+  { const Lasting beside; }
+  EXPECT_EQ(Lasting::existing(), instance);
+  EXPECT_FALSE(Lasting::is_free());
 }
 
 TEST(Singleton, ObjectBesideTheInstanceMayLiveOnTheStack) {
