@@ -10,7 +10,8 @@
 namespace oxutils {
 
 // Starts at construction; the destructor waits until the body has begun, then joins. Created and
-// destroyed by its owner, never on the thread itself.
+// destroyed by its owner, never on the thread itself. The thread blocks all signals: the process's
+// are handled on the threads of those who asked for them.
 class thread {
  public:
   explicit thread(Function f);
@@ -25,7 +26,10 @@ class thread {
   bool created() const { return created_; }
 
  private:
-  static void* entry(void* self);
+  // Whatever would leave the function ends the process: an exception, and just so what unwinds a
+  // thread that is cancelled or exits inside a callback. That thread would be gone without a word,
+  // and everybody who hands work to it would wait for ever.
+  static void* entry(void* self) noexcept;
   void run();
 
   bool created_ = false;

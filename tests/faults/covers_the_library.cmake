@@ -5,7 +5,7 @@ set(cannot_fail
   # Work on memory alone.
   memcmp memcpy memmove memset strcmp strlen tolower snprintf vsnprintf inet_addr inet_ntop inet_pton
   # Fail by a caller's mistake alone; a lock that its thread holds already is met on purpose.
-  pthread_self pthread_join pthread_mutex_lock pthread_mutex_unlock pthread_mutex_trylock
+  sigfillset pthread_sigmask pthread_self pthread_join pthread_mutex_lock pthread_mutex_unlock pthread_mutex_trylock
   pthread_mutex_destroy pthread_cond_broadcast pthread_cond_destroy pthread_condattr_destroy
   sem_init sem_post sem_destroy sched_yield gettimeofday clock_gettime
   # Tell of a failure, or end the process.
