@@ -4,14 +4,19 @@
 
 #include <stdint.h>
 
-#include "oxutils/relaxed.h"
+#include <atomic>
+
 #include "oxutils/singleton.h"
 
 // Passes formatted messages to the application's callbacks, on the thread that logs. Any thread; no
 // lock: settings are read as they stand, and no lock of the library may be held while logging,
-// since a log callback may call the library.
+// since a log callback may call the library. What was written before a callback was set, or a
+// level, is visible to the callback. The instance lives for ever: the worker may log until the
+// process is gone.
 class TarnLog : public oxutils::singleton<TarnLog> {
  public:
+  static constexpr bool kLivesForEver = true;
+
   using LogLevel = int32_t;
   static constexpr LogLevel LOG_ERROR = 1;    // failed system calls, malformed sizes
   static constexpr LogLevel LOG_WARN = 2;     // rejected calls, protocol anomalies
@@ -27,15 +32,15 @@ class TarnLog : public oxutils::singleton<TarnLog> {
   // Messages of a level above `level` are dropped; 0, the default, drops all.
   virtual void set_log_level(LogLevel level);
 
-  bool enabled(LogLevel level) const { return threshold_ >= level; }
+  bool enabled(LogLevel level) const { return threshold_.load(std::memory_order_relaxed) >= level; }
 
   // printf conventions; the text is cut to 1023 characters.
   void write(LogLevel level, const char* format, ...) __attribute__((cold, format(printf, 3, 4)));
 
  private:
-  oxutils::relaxed<LogLevel> threshold_{0};
-  oxutils::relaxed<void (*)(const char*)> callback_{nullptr};
-  oxutils::relaxed<void (*)(int, const char*)> callback2_{nullptr};
+  std::atomic<LogLevel> threshold_{0};
+  std::atomic<void (*)(const char*)> callback_{nullptr};
+  std::atomic<void (*)(int, const char*)> callback2_{nullptr};
 };
 
 // Logs without evaluating the arguments of a message that nobody hears.

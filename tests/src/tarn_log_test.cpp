@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
@@ -195,6 +196,34 @@ TEST(LogThreads, MayLogWhileSettingsChange) {
   for (int n = 0; n < 500; ++n) TarnLog::instance()->set_log_level(5);
   for (std::thread& thread : threads) thread.join();
   EXPECT_EQ(capture.count(1, "number 499"), 3);
+}
+
+// Plain on purpose: whether a callback may read it is ThreadSanitizer's to say.
+int needed = 0;
+std::atomic<int> seen{0};
+void see(const char*) { seen = needed; }
+
+// Logs on another thread until a line has reached the callback, which `set` is the last step to.
+template <typename Set>
+int seen_after(Set set) {
+  seen = 0;
+  std::thread logger([] {
+    while (seen == 0) TarnLog::instance()->write(1, "line");
+  });
+  needed = 7;
+  set();
+  logger.join();
+  return seen;
+}
+
+TEST_F(LogTest, ACallbackSeesWhatWasWrittenBeforeItWasSet) {
+  log().set_log_level(1);
+  EXPECT_EQ(seen_after([this] { log().set_log_callback(see); }), 7);
+}
+
+TEST_F(LogTest, ACallbackSeesWhatWasWrittenBeforeTheLevelWasRaised) {
+  log().set_log_callback(see);
+  EXPECT_EQ(seen_after([this] { log().set_log_level(1); }), 7);
 }
 
 TEST(LogLevels, AreNumbered1To5) {
