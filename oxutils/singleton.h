@@ -2,6 +2,8 @@
 #ifndef TARN_OXUTILS_SINGLETON_H_
 #define TARN_OXUTILS_SINGLETON_H_
 
+#include <pthread.h>
+
 #include <atomic>
 
 #include "oxutils/assert.h"
@@ -57,23 +59,28 @@ class singleton {
   void published() {}
 
   // Whether the calling thread is constructing the instance; for constructors of T.
-  static bool is_creating() {
-    const scoped_lock hold(lock_());
-    return !hold.owns_lock();
-  }
+  static bool is_creating() { return creator_ == pthread_self(); }
 
   static inline relaxed<bool> free_{false};
 
  private:
+  struct Creator {
+    Creator() { creator_ = pthread_self(); }
+    ~Creator() { creator_ = pthread_t{}; }
+    Creator(const Creator&) = delete;
+    Creator& operator=(const Creator&) = delete;
+  };
+
   // Apart from the callers' code: it runs once.
   __attribute__((noinline, cold)) static T* create() {
+    // A constructor that asks for the instance which it is making would do so for ever.
+    OX_ASSERT("oxutils/singleton", __LINE__, !is_creating());
     T* created = nullptr;
     {
       const scoped_lock hold(lock_());
-      // A constructor that asks for the instance which it is making would do so for ever.
-      OX_ASSERT("oxutils/singleton", __LINE__, hold.owns_lock());
       T* const existing = instance_.load(std::memory_order_relaxed);
       if (existing != nullptr) return existing;
+      const Creator creator;
       created = new T;
       instance_.store(created, std::memory_order_release);
     }
@@ -88,6 +95,7 @@ class singleton {
   }
 
   static inline std::atomic<T*> instance_{nullptr};
+  static inline relaxed<pthread_t> creator_{pthread_t{}};  // none but while T is constructed
 };
 
 }  // namespace oxutils
