@@ -12,16 +12,13 @@ namespace {
 
 constexpr int kMaxTimeout = 10000;  // ms
 constexpr int kMinTimeout = 20;     // ms
-// ms; while the wake-up cannot be had, for want of descriptors, handed-over functions wait this
-// long
-constexpr unsigned int kRetryWakeUp = 200;
+// While the wake-up cannot be had, for want of descriptors: passes from one attempt to the next.
+constexpr unsigned int kPassesToRetry = 10;
 
 }  // namespace
 
 TarnIoThread::TarnIoThread() : waker_(this, &TarnIoThread::wake), tid_(pthread_self()) {
-  // The instance outlives everything: its thread runs until the process is gone.
-  free_ = true;
-  start();
+  if (!is_creating()) start();
 }
 
 TarnIoThread::~TarnIoThread() {
@@ -32,26 +29,47 @@ TarnIoThread::~TarnIoThread() {
 }
 
 void TarnIoThread::start() {
+  TarnWakeUp::log(prepare());
+  if (create_thread()) return;
+  do_pendings();  // what other threads have handed over meanwhile
+  TARN_LOG_ERROR("tarn io thread create failed");
+}
+
+const char* TarnIoThread::prepare() {
   const oxutils::scoped_lock hold(thread_lock_);
-  if (running_ != 0) return;
+  if (running_ != 0) return nullptr;
   if (thread_ && tid_ == pthread_self()) {
     running_ = 1;  // the loop has not looked yet
-    return;
+    return nullptr;
   }
   // An earlier loop ends by itself, since running_ is 0.
   thread_.reset();
-  wake_up_.fini();
+  has_thread_ = false;
   pendings_.open();
   running_ = 1;
-  wake_up_.init();
+  prepared_ = true;
+  return wake_up_.open();
+}
+
+// Whoever comes first after prepare(): a function that is handed over meanwhile does not wait for
+// another thread's log callback.
+bool TarnIoThread::create_thread() {
+  {
+    const oxutils::scoped_lock hold(thread_lock_);
+    if (thread_ || !prepared_) return has_thread_;
+    thread_.reset(new oxutils::thread(oxutils::Function(this, &TarnIoThread::func)));
+    prepared_ = false;
+    has_thread_ = thread_->created();
+    if (!has_thread_) {
+      running_ = 0;
+      thread_.reset();
+      pendings_.close();
+      return false;
+    }
+  }
   TarnPoller::instance()->set_waker(waker_);
-  thread_.reset(new oxutils::thread(oxutils::Function(this, &TarnIoThread::func)));
-  create_failed_ = !thread_->created();
-  if (!create_failed_) return;
-  TARN_LOG_ERROR("tarn io thread create failed");
-  running_ = 0;
-  thread_.reset();
-  pendings_.close();
+  wake();  // for what has been handed over, or watched, before it could wake the thread
+  return true;
 }
 
 void TarnIoThread::stop() {
@@ -65,6 +83,9 @@ pthread_t TarnIoThread::get_tid() { return tid_; }
 
 void TarnIoThread::func() {
   tid_ = pthread_self();
+#if defined(__linux__)
+  pthread_setname_np(pthread_self(), "tarn_io");
+#endif
   if (running_ == 0) puts("not running");
   loop();
   TARN_LOG_INFO("tarn thread fini");
@@ -82,7 +103,8 @@ void TarnIoThread::loop() {
 unsigned int TarnIoThread::next_timeout() {
   if (!wake_up_.is_open()) {
     // Soon even if it is there now: nothing has woken the thread for what was handed over before.
-    return wake_up_.retry() ? static_cast<unsigned int>(kMinTimeout) : kRetryWakeUp;
+    if (passes_without_wake_up_++ % kPassesToRetry == 0) wake_up_.init();
+    return kMinTimeout;
   }
   // A derived class may have timers.
   const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
@@ -94,7 +116,7 @@ unsigned int TarnIoThread::next_timeout() {
 void TarnIoThread::do_pendings() { pendings_.run_all(); }
 
 void TarnIoThread::run(oxutils::Function f) {
-  if (create_failed_) start();
+  if (!has_thread_) start();
   if (tid_ == pthread_self()) {
     f();
   } else if (pendings_.push(f)) {

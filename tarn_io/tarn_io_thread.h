@@ -20,10 +20,14 @@
 // operation. The process's instance lives for ever.
 class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThread> {
  public:
+  static constexpr bool kLivesForEver = true;
+
+  // Starts the thread; the process's instance does so once it can be had.
   TarnIoThread();
   // Ends and joins the thread. Not on the thread itself.
   ~TarnIoThread() override;
 
+  // Logs what goes wrong with no lock held.
   void start() override;
   // The loop ends after its current pass. Does not wait for that.
   void stop() override;
@@ -46,6 +50,14 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   void do_pendings();
 
  private:
+  friend class oxutils::singleton<TarnIoThread>;
+  void published() { start(); }
+
+  // Begins a start, unless the thread is there. Null, or what is wrong with the wake-up, to be
+  // logged before the thread is created.
+  const char* prepare() OX_EXCLUDES(thread_lock_);
+  // False when the system has refused it; the queue is closed then.
+  bool create_thread() OX_EXCLUDES(thread_lock_);
   void join_ended() OX_EXCLUDES(thread_lock_);
   void loop();
   // Milliseconds for the next poll; tries to build the wake-up if there is none.
@@ -55,11 +67,15 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   const oxutils::Function waker_;
   oxutils::mutex thread_lock_;
   oxutils::unique_ptr<oxutils::thread> thread_ OX_GUARDED_BY(thread_lock_);
+  bool prepared_ OX_GUARDED_BY(thread_lock_) = false;  // the thread is still to be created
   TarnWakeUp wake_up_;
+  unsigned int passes_without_wake_up_ = 0;  // I/O thread only
   // Closed when the loop has ended: callers then run their functions themselves.
   CallQueue pendings_;
   oxutils::relaxed<int> running_{0};
-  oxutils::relaxed<bool> create_failed_{false};  // the next hand-over tries again
+  // While false, whoever hands something over goes through start(): the thread has been refused, or
+  // somebody else's start() is under way, perhaps held up in a log callback.
+  oxutils::relaxed<bool> has_thread_{false};
   oxutils::relaxed<pthread_t> tid_;  // of the constructing thread until the thread has started
 };
 

@@ -14,6 +14,7 @@
 namespace {
 
 constexpr int kBacklog = 128;
+constexpr char kNotAccepted[] = "wake up init fail -- on accept";
 
 // A sockaddr that bind, getsockname and connect can share.
 union LoopbackAddress {
@@ -21,58 +22,54 @@ union LoopbackAddress {
   sockaddr_in v4;
 };
 
+int open_socket() { return socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, IPPROTO_TCP); }
+
 }  // namespace
 
 bool TarnWakeUp::init() {
-  const int listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  const int sender = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
-  const bool connected = connect_pair(listener, sender);
+  const char* const failure = open();
+  log(failure);
+  return failure == nullptr || failure == kNotAccepted;
+}
+
+void TarnWakeUp::log(const char* failure) {
+  if (failure != nullptr) TARN_LOG_ERROR("%s", failure);
+}
+
+const char* TarnWakeUp::open() {
+  if (is_open()) return nullptr;
+  if (failed_listener_ >= 0) close(failed_listener_);
+  close_sender();
+  failed_listener_ = open_socket();
+  const int sender = open_socket();
+  int receiver = -1;
+  const char* const failure = connect_pair(failed_listener_, sender, receiver);
   {
     // Not before: another thread's byte would meet a socket that is not connected yet.
     const oxutils::scoped_lock hold(lock_);
     send_fd_ = sender;
   }
-  if (is_open()) {
-    // The listener stays open for the life of the process.
-    TarnPoller::instance()->watch_read(recv_fd_, oxutils::Function(this, &TarnWakeUp::on_read));
-  } else {
-    failed_listener_ = listener;
-  }
-  return connected;
-}
-
-bool TarnWakeUp::retry() {
-  if (failed_listener_ >= 0) close(failed_listener_);
+  if (failure != nullptr) return failure;
+  TarnPoller::instance()->watch_read(receiver, oxutils::Function(this, &TarnWakeUp::on_read));
+  recv_fd_ = receiver;
+  // The listener stays open for the life of the process.
   failed_listener_ = -1;
-  close_sender();
-  init();
-  return is_open();
+  return nullptr;
 }
 
-bool TarnWakeUp::connect_pair(int listener, int sender) {
+const char* TarnWakeUp::connect_pair(int listener, int sender, int& receiver) {
   LoopbackAddress address = {};
   address.v4.sin_family = AF_INET;
   address.v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   socklen_t size = sizeof address.v4;
-  if (bind(listener, &address.any, size) != 0) {
-    TARN_LOG_ERROR("wake up init fail -- on bind");
-    return false;
-  }
-  if (listen(listener, kBacklog) != 0) {
-    TARN_LOG_ERROR("wake up init fail -- on listen");
-    return false;
-  }
+  if (bind(listener, &address.any, size) != 0) return "wake up init fail -- on bind";
+  if (listen(listener, kBacklog) != 0) return "wake up init fail -- on listen";
   if (getsockname(listener, &address.any, &size) != 0) {
-    TARN_LOG_ERROR("wake up init fail -- on getsockname");
-    return false;
+    return "wake up init fail -- on getsockname";
   }
-  if (connect(sender, &address.any, size) != 0) {
-    TARN_LOG_ERROR("wake up init fail -- on connect");
-    return false;
-  }
-  recv_fd_ = accept(listener, nullptr, nullptr);  // is_open() says how this went
-  if (recv_fd_ < 0) TARN_LOG_ERROR("wake up init fail -- on accept");
-  return true;
+  if (connect(sender, &address.any, size) != 0) return "wake up init fail -- on connect";
+  receiver = accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+  return receiver >= 0 ? nullptr : kNotAccepted;
 }
 
 void TarnWakeUp::on_read() {

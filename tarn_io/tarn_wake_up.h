@@ -4,29 +4,33 @@
 
 #include "oxutils/mutex.h"
 
-// A loopback TCP connection whose read end the poller watches. init, retry, fini and on_read belong
-// to the I/O thread, but for the first init; wakeup may be called on any thread. Construction and
-// destruction touch no descriptor.
+// A loopback TCP connection whose read end the poller watches. open, init, fini and on_read belong
+// to the I/O thread, and to whoever starts it before that; wakeup may be called on any thread.
+// Construction and destruction touch no descriptor.
 class TarnWakeUp {
  public:
-  // Connects the pair and watches the read end. False, and logged, when a step before the last one
-  // fails; the last one is accept(), whose failure is logged and leaves the pair without its read
-  // end. What has been opened by then stays open.
+  // Opens and logs what went wrong. False when a step before the last one fails; the last one is
+  // accept(), whose failure leaves the pair without its read end. What has been opened by then
+  // stays open.
   bool init() OX_EXCLUDES(lock_);
+  // Connects the pair and watches the read end, unless it is there already, as after the thread for
+  // it has been refused. Gives up what an earlier attempt left open, so that a shortage of
+  // descriptors can be waited out. Null, or what to log: the caller does that with no lock held.
+  const char* open() OX_EXCLUDES(lock_);
+  // Logs what open() has returned.
+  static void log(const char* failure);
   // Takes one byte; a broken pair is built anew.
   void on_read();
   // Sends one byte, without waiting for room: bytes that are under way wake the thread as well.
   // Returns what send() returned.
   int wakeup() OX_EXCLUDES(lock_);
   bool is_open() const { return recv_fd_ >= 0; }
-  // Gives up what a failed init() left open and tries again, so that a shortage of descriptors can
-  // be waited out. Whether the pair is there now.
-  bool retry() OX_EXCLUDES(lock_);
   // Stops watching and closes both ends.
   void fini() OX_EXCLUDES(lock_);
 
  private:
-  bool connect_pair(int listener, int sender);
+  // Null, or what has failed.
+  static const char* connect_pair(int listener, int sender, int& receiver);
   void close_sender() OX_EXCLUDES(lock_);
 
   int recv_fd_ = -1;

@@ -23,14 +23,26 @@ std::atomic<bool> counting{false};
 std::atomic<int> failing_point{kFaultPointCount};
 std::atomic<unsigned long> failing_call{0};
 std::atomic<int> failing_error{0};
+std::atomic<bool> failing_lasts{false};
 std::atomic<bool> struck{false};
 std::atomic<unsigned long> calls[kFaultPointCount];
 
-// Counts a call; true for the one that has to fail.
+void arm(FaultPoint point, unsigned long kth, int error, bool lasts) {
+  for (auto& each : calls) each = 0;
+  failing_point = point;
+  failing_call = kth;
+  failing_error = error;
+  failing_lasts = lasts;
+  struck = false;
+  counting = true;
+}
+
+// Counts a call; true for one that has to fail.
 bool fails(FaultPoint point) {
   if (!counting) return false;
   const unsigned long number = ++calls[point];
-  if (point != failing_point || number != failing_call) return false;
+  if (point != failing_point || number < failing_call) return false;
+  if (number > failing_call && !failing_lasts) return false;
   struck = true;
   return true;
 }
@@ -54,13 +66,10 @@ const char* fault_point_name(FaultPoint point) {
 
 void fault_count_calls() { fault_arm(kFaultPointCount, 0, 0); }
 
-void fault_arm(FaultPoint point, unsigned long kth, int error) {
-  for (auto& each : calls) each = 0;
-  failing_point = point;
-  failing_call = kth;
-  failing_error = error;
-  struck = false;
-  counting = true;
+void fault_arm(FaultPoint point, unsigned long kth, int error) { arm(point, kth, error, false); }
+
+void fault_arm_lasting(FaultPoint point, unsigned long kth, int error) {
+  arm(point, kth, error, true);
 }
 
 void fault_disarm() { counting = false; }
@@ -99,7 +108,6 @@ extern "C" {
 TARN_FAILS_BY_ERRNO(int, socket, (int domain, int type, int protocol), (domain, type, protocol))
 TARN_FAILS_BY_ERRNO(int, bind, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))
 TARN_FAILS_BY_ERRNO(int, listen, (int fd, int backlog), (fd, backlog))
-TARN_FAILS_BY_ERRNO(int, accept, (int fd, sockaddr* from, socklen_t* size), (fd, from, size))
 TARN_FAILS_BY_ERRNO(int, accept4, (int fd, sockaddr* from, socklen_t* size, int flags),
                     (fd, from, size, flags))
 TARN_FAILS_BY_ERRNO(int, connect, (int fd, const sockaddr* to, socklen_t size), (fd, to, size))

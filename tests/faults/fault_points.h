@@ -11,7 +11,6 @@
   POINT(socket)                    \
   POINT(bind)                      \
   POINT(listen)                    \
-  POINT(accept)                    \
   POINT(accept4)                   \
   POINT(connect)                   \
   POINT(getsockname)               \
@@ -59,6 +58,8 @@ const char* fault_point_name(FaultPoint point);
 void fault_count_calls();
 // The same, and the `kth` call (1 is the first) of `point` fails with `error`.
 void fault_arm(FaultPoint point, unsigned long kth, int error);
+// The same, and all calls after that one fail as well.
+void fault_arm_lasting(FaultPoint point, unsigned long kth, int error);
 // Nothing fails and nothing is counted from now on.
 void fault_disarm();
 

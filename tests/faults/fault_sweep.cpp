@@ -80,8 +80,9 @@ std::vector<Trial> plan(const std::vector<Fault>& faults, const Report& report,
 
 void perform(const Scenario& scenario, const Trial& trial, Report* report) {
   const int before = open_descriptors();
-  fault_arm(trial.fault.point, trial.kth, trial.fault.error);
-  scenario.run(Play(trial.fault.outcome == Outcome::kCompletes));
+  const auto arm = trial.fault.lasts ? fault_arm_lasting : fault_arm;
+  arm(trial.fault.point, trial.kth, trial.fault.error);
+  scenario.run(Play(trial.fault.outcome == Outcome::kCompletes, trial.fault.lasts));
   fault_disarm();
   if (fault_has_struck()) __atomic_fetch_add(&report->struck, 1, __ATOMIC_RELAXED);
   expect_sessions_work();

@@ -21,7 +21,6 @@ const std::vector<Row>& rows() {
       {kFault_socket, kMaySpoil, {EMFILE, ENFILE, EAFNOSUPPORT, ENOMEM}},
       {kFault_bind, kMaySpoil, {EADDRINUSE, EACCES, ENOMEM}},
       {kFault_listen, kMaySpoil, {EADDRINUSE, ENOMEM}},
-      {kFault_accept, kCompletes, {EMFILE, ENFILE, ENOMEM, ECONNABORTED, EINTR, EAGAIN}},
       {kFault_accept4, kCompletes, {EMFILE, ENFILE, ENOMEM, ECONNABORTED, EINTR, EAGAIN}},
       {kFault_connect, kMaySpoil, {EINTR, ENETUNREACH, ECONNREFUSED, EADDRNOTAVAIL}},
       {kFault_getsockname, kCompletes, {ENOBUFS}},
@@ -68,10 +67,12 @@ const std::vector<Fault>& system_call_faults() {
     for (const int error : {ECONNRESET, ECONNREFUSED, ENOMEM, EBADF}) {
       faults.push_back({kFault_recv, error, kCompletes, 1});
     }
-    // Where it was the I/O thread's, the wake-up is built again with the next attempt.
     for (const int error : {EAGAIN, EPERM}) {
-      faults.push_back({kFault_pthread_create, error, kMaySpoil, 1});
+      faults.push_back({kFault_pthread_create, error, kMaySpoil});
     }
+    // What is tried again and again must not cost something each time.
+    faults.push_back({kFault_pthread_create, EAGAIN, kMaySpoil, 0, true});
+    faults.push_back({kFault_epoll_create1, EMFILE, kCompletes, 0, true});
     // A UDP listener that was told of a datagram cannot go on without its sender.
     for (const int error : {EAGAIN, EINTR, ENOMEM}) {
       faults.push_back({kFault_recvfrom, error, Outcome::kAssertion});
@@ -89,7 +90,8 @@ const std::vector<Fault>& allocation_faults() {
 
 std::string describe(const Fault& fault) {
   const char* const name = fault.error != 0 ? strerrorname_np(fault.error) : "for no reason";
-  return std::string(fault_point_name(fault.point)) + " " + name;
+  const char* const onwards = fault.lasts ? " from then on" : "";
+  return std::string(fault_point_name(fault.point)) + " " + name + onwards;
 }
 
 }  // namespace tarn_test

@@ -23,12 +23,13 @@ struct Fault {
   Outcome outcome;
   // Descriptors that stay open for the life of the process, beyond the usual three.
   int extra_descriptors = 0;
+  bool lasts = false;  // every call after it fails as well, to the end of the scenario
 };
 
 const std::vector<Fault>& system_call_faults();
 const std::vector<Fault>& allocation_faults();
 
-// "accept ECONNABORTED"
+// "accept4 ECONNABORTED"
 std::string describe(const Fault& fault);
 
 // What the one assertion that kAssertion stands for writes.

@@ -20,8 +20,8 @@ bool Play::reach(const std::string& what, const std::function<bool()>& done) con
 
 std::vector<Scenario> all_scenarios() {
   std::vector<Scenario> all;
-  for (const auto* each :
-       {&session_scenarios(), &udp_scenarios(), &listener_scenarios(), &stream_scenarios()}) {
+  for (const auto* each : {&session_scenarios(), &udp_scenarios(), &listener_scenarios(),
+                           &stream_scenarios(), &log_lock_scenarios()}) {
     all.insert(all.end(), each->begin(), each->end());
   }
   return all;

@@ -17,14 +17,18 @@ class Play {
  public:
   // A fault that spoils what the scenario wants is one thing, a fault that the library has to get
   // over is another: `must_complete` tells them apart.
-  explicit Play(bool must_complete) : must_complete_(must_complete) {}
+  explicit Play(bool must_complete, bool lasts = false)
+      : must_complete_(must_complete), lasts_(lasts) {}
 
   // Waits until `done`. Where the scenario may be spoilt it is given a moment and then goes on.
   bool reach(const std::string& what, const std::function<bool()>& done) const;
   bool must_complete() const { return must_complete_; }
+  // The fault lasts: what it takes does not come back before the scenario is over.
+  bool lasts() const { return lasts_; }
 
  private:
   const bool must_complete_;
+  const bool lasts_;
 };
 
 struct Scenario {
@@ -42,6 +46,7 @@ const std::vector<Scenario>& session_scenarios();
 const std::vector<Scenario>& udp_scenarios();
 const std::vector<Scenario>& listener_scenarios();
 const std::vector<Scenario>& stream_scenarios();
+const std::vector<Scenario>& log_lock_scenarios();
 std::vector<Scenario> all_scenarios();
 
 }  // namespace tarn_test

@@ -61,7 +61,7 @@ int destroy_on_error(TarnError, void* session) {
   return 0;
 }
 
-void destroy_inside_callbacks(const Play&) {
+void destroy_inside_callbacks(const Play& play) {
   tarn_init();
   tarn_config_active_timeout(0xFFFFFFFF);
   char message[20] = {};
@@ -86,7 +86,8 @@ void destroy_inside_callbacks(const Play&) {
   for (void* const each : {in_output, in_receive, in_error}) {
     // The worker is the one that deletes: where it could not be started, nothing goes.
     tarn_init();
-    EXPECT_TRUE(wait_for_condition([each] { return tarn_destroy(each) == -1; }, 15000));
+    const auto is_gone = [each] { return tarn_destroy(each) == -1; };
+    EXPECT_TRUE(play.lasts() || wait_for_condition(is_gone, 15000));
   }
 }
 

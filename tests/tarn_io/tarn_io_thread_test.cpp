@@ -10,6 +10,7 @@
 
 #include "tests/support/log_capture.h"
 #include "tests/support/net_call.h"
+#include "tests/support/plain_socket.h"
 #include "tests/support/session_fixture.h"
 
 using oxutils::Function;
@@ -193,6 +194,18 @@ TEST_F(TarnIoThreadRestart, StartsAgainAfterItHasEnded) {
   thread_.start();
 
   EXPECT_TRUE(runs_calls_itself(thread_));
+}
+
+TEST_F(TarnIoThreadRestart, CostsNoDescriptorATime) {
+  const int before = tarn_test::open_descriptors();
+
+  for (int i = 0; i < 3; ++i) {
+    stop_and_wait(thread_);
+    thread_.start();
+    EXPECT_TRUE(runs_calls_itself(thread_));
+  }
+
+  EXPECT_EQ(tarn_test::open_descriptors(), before);
 }
 
 TEST_F(TarnIoThreadRestart, GoesOnWhenItStopsAndStartsItself) {
