@@ -1,7 +1,5 @@
 #include "tarn_io/tarn_poller.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <utility>
 
@@ -9,10 +7,10 @@
 
 namespace {
 
-// ms after which an event that nobody takes is looked at again: a hang-up is there to stay, while
-// a pending error goes with the next send or receive on any thread.
-constexpr int kHangUpPause = 100;
-constexpr int kErrorPause = 10;
+// ms after which an event that comes whatever is polled for is looked at again: a hang-up is there
+// to stay, while a pending error goes with the next send or receive on any thread.
+constexpr int kHangUpRest = 100;
+constexpr int kErrorRest = 10;
 
 }  // namespace
 
@@ -47,9 +45,11 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
-    if (get_events_flag(handler) == 0) handler.generation = next_generation();
+    if (get_events_flag(handler) == 0) {
+      handler.generation = next_generation();
+      handler.paused_until = 0;
+    }
     std::swap(handler.*slot, f);
-    handler.paused_until = 0;
     note_change(fd, handler);
     outdated.swap(list_);
   }
@@ -60,16 +60,15 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
 }
 
 void TarnPoller::pause(int fd, int ms) {
-  pause(fd, ms, kAny);
+  {
+    const oxutils::scoped_lock hold(lock_);
+    EventHandler* const handler = find(fd, kAny);
+    if (handler != nullptr) {
+      handler->paused_until = PollClock::now() + ms;
+      note_change(fd, *handler);
+    }
+  }
   wake();  // a wait that is under way has to end with the pause
-}
-
-void TarnPoller::pause(int fd, int ms, uint32_t generation) {
-  const oxutils::scoped_lock hold(lock_);
-  EventHandler* const handler = find(fd, generation);
-  if (handler == nullptr) return;
-  handler->paused_until = PollClock::now() + ms;
-  note_change(fd, *handler);
 }
 
 void TarnPoller::resume(int fd) {
@@ -136,8 +135,8 @@ bool TarnPoller::poll(unsigned int timeout) {
   wait(*pass, ms);
   pace_.note_pass(!pass->ready.empty());
   for (const ReadyDescriptor& each : pass->ready) {
-    const bool taken = dispatch(*pass, each);
-    if (!taken) silence(each.fd, each.revents, each.generation);
+    if ((each.revents & (POLLHUP | POLLNVAL | POLLERR)) != 0) rest(each);
+    dispatch(*pass, each);
   }
   pass->ready.clear();
   if (!pass->is_lasting()) pass->clear();
@@ -160,63 +159,48 @@ bool TarnPoller::run(int fd, Slot slot, uint32_t generation) {
 
 // Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone,
 // but not if nothing at all was watched before it; that may be another socket's of the same number.
-bool TarnPoller::run_write(int fd, uint32_t generation) {
-  if (!run(fd, &EventHandler::write_func, generation)) return false;
+void TarnPoller::run_write(int fd, uint32_t generation) {
+  if (!run(fd, &EventHandler::write_func, generation)) return;
   oxutils::Function old;
   const oxutils::scoped_lock hold(lock_);
   EventHandler* const handler = find(fd, generation);
-  if (handler == nullptr) return true;
+  if (handler == nullptr) return;
   std::swap(handler->write_func, old);
   note_change(fd, *handler);
-  return true;
 }
 
-// These events come whatever is polled for, again and again. A pending error goes by being read; it
-// may have been read by a send or receive in between.
-void TarnPoller::silence(int fd, short revents, uint32_t generation) {
-  if ((revents & (POLLHUP | POLLNVAL)) != 0) {
-    pause(fd, kHangUpPause, generation);
-  } else if ((revents & POLLERR) != 0 && !clear_error(fd, generation)) {
-    pause(fd, kErrorPause, generation);
-  }
-}
-
-// Under the lock, since the number of what is not watched any more may be another one's by now.
-bool TarnPoller::clear_error(int fd, uint32_t generation) {
+// Before the functions run, so that one of them can end it. Not while there is something to read
+// for somebody who does: that comes to its end.
+void TarnPoller::rest(const ReadyDescriptor& ready) {
   const oxutils::scoped_lock hold(lock_);
-  EventHandler* const handler = find(fd, generation);
-  if (handler == nullptr || get_events_flag(*handler) == 0) return true;
-  int error = 0;
-  socklen_t size = sizeof error;
-  return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error != 0;
+  EventHandler* const handler = find(ready.fd, ready.generation);
+  if (handler == nullptr) return;
+  if ((ready.revents & POLLIN) != 0 && handler->read_func) return;
+  const bool has_hung_up = (ready.revents & (POLLHUP | POLLNVAL)) != 0;
+  handler->paused_until = PollClock::now() + (has_hung_up ? kHangUpRest : kErrorRest);
+  note_change(ready.fd, *handler);
 }
 
 // Nearly always there is something to read and nothing has changed since the list was made: what it
 // holds is what the slot holds, and stays alive as long as the pass.
-bool TarnPoller::dispatch(const Pass& pass, const ReadyDescriptor& ready) {
+void TarnPoller::dispatch(const Pass& pass, const ReadyDescriptor& ready) {
   if (ready.revents == POLLIN && pass.list && !pass.list->is_outdated()) {
     const oxutils::Function* const f = pass.list->read_func(ready);
     if (f != nullptr) {
       (*f)();
-      return true;
+      return;
     }
   }
-  return dispatch(ready.fd, ready.revents, ready.generation);
+  dispatch(ready.fd, ready.revents, ready.generation);
 }
 
 void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }
 
-bool TarnPoller::dispatch(int fd, short revents, uint32_t generation) {
-  bool taken = false;
+void TarnPoller::dispatch(int fd, short revents, uint32_t generation) {
   if ((revents & POLLHUP) != 0 && (revents & POLLIN) == 0) {
-    taken |= run(fd, &EventHandler::error_func, generation);
+    run(fd, &EventHandler::error_func, generation);
   }
-  if ((revents & (POLLERR | POLLNVAL)) != 0) {
-    taken |= run(fd, &EventHandler::error_func, generation);
-  }
-  if ((revents & (POLLIN | POLLPRI)) != 0) {
-    taken |= run(fd, &EventHandler::read_func, generation);
-  }
-  if ((revents & POLLOUT) != 0) taken |= run_write(fd, generation);
-  return taken;
+  if ((revents & (POLLERR | POLLNVAL)) != 0) run(fd, &EventHandler::error_func, generation);
+  if ((revents & (POLLIN | POLLPRI)) != 0) run(fd, &EventHandler::read_func, generation);
+  if ((revents & POLLOUT) != 0) run_write(fd, generation);
 }

@@ -54,9 +54,9 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void unwatch_read(int fd) OX_EXCLUDES(lock_);
   void unwatch_write(int fd) OX_EXCLUDES(lock_);
   void unwatch_error(int fd) OX_EXCLUDES(lock_);
-  // Does not poll the descriptor for `ms` milliseconds, or until something is watched anew.
+  // Does not poll the descriptor for `ms` milliseconds, unless everything is unwatched before.
   void pause(int fd, int ms) OX_EXCLUDES(lock_);
-  // Ends a pause.
+  // Ends a pause, or the rest that a descriptor takes after an error (10 ms) or a hang-up (100 ms).
   void resume(int fd) OX_EXCLUDES(lock_);
 
   // What to poll for: POLLIN, POLLOUT and POLLERR for the live slots.
@@ -97,17 +97,14 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // Run a slot of the entry, which must still be of the generation unless that is kAny. False when
   // there is nothing to run.
   bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
-  bool run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
-  // Both are false when no slot took any of the events.
-  bool dispatch(const Pass& pass, const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
-  bool dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
+  void run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
+  void dispatch(const Pass& pass, const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
+  void dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
+  // Begins the rest after an error or a hang-up, which come again at once whatever is polled for.
+  void rest(const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
   // The entry, if there is one of that generation.
   EventHandler* find(int fd, uint32_t generation) OX_REQUIRES(lock_);
   uint32_t next_generation() OX_REQUIRES(lock_);
-  void pause(int fd, int ms, uint32_t generation) OX_EXCLUDES(lock_);
-  void silence(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
-  // False when the descriptor has no pending error that could be read.
-  bool clear_error(int fd, uint32_t generation) OX_EXCLUDES(lock_);
   bool is_polling_thread() const;
   void wake() OX_EXCLUDES(lock_);
 

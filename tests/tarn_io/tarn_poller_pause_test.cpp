@@ -86,9 +86,20 @@ TEST(TarnPollerPause, EndsTheWaitOfAnotherThreadWhenItIsResumed) {
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds(kLong));
 }
 
-TEST(TarnPollerPause, EndsWhenTheDescriptorIsWatchedAgain) {
+TEST(TarnPollerPause, GoesOnWhenTheSlotIsWatchedAgain) {
   Readable readable;
   readable.poller.pause(readable.fd, kForAges);
+  readable.poller.watch_read(readable.fd, readable.read.function());
+
+  readable.poller.poll(1);
+
+  EXPECT_EQ(readable.read.count(), 0);
+}
+
+TEST(TarnPollerPause, EndsWhenEverythingIsUnwatched) {
+  Readable readable;
+  readable.poller.pause(readable.fd, kForAges);
+  readable.poller.unwatch_read(readable.fd);
   readable.poller.watch_read(readable.fd, readable.read.function());
 
   readable.poller.poll(kLong);
