@@ -4,6 +4,8 @@
 #include <string.h>
 #include <sys/uio.h>
 
+#include <algorithm>
+
 #include "oxutils/assert.h"
 
 namespace {
@@ -15,12 +17,28 @@ constexpr size_t kBurstSize = 65536;
 
 TcpBuffer::TcpBuffer() : data_(kInitialSize) {}
 
+// Where nothing is unread, nothing can be looked at.
+char* TcpBuffer::hold() {
+  let_go();
+  is_held_ = readable_bytes() > 0;
+  return peek();
+}
+
+void TcpBuffer::let_go() {
+  is_held_ = false;
+  held_ = std::vector<char>();
+}
+
 void TcpBuffer::retrieve(size_t len) {
   OX_ASSERT("tarn_io/tcp_buffer", __LINE__, len <= readable_bytes());
+  let_go();
   read_index_ += len;
 }
 
-void TcpBuffer::retrieve_all() { read_index_ = write_index_ = 0; }
+void TcpBuffer::retrieve_all() {
+  let_go();
+  read_index_ = write_index_ = 0;
+}
 
 void TcpBuffer::append(const char* data, size_t len) {
   ensure_writeable_bytes(len);
@@ -34,12 +52,27 @@ void TcpBuffer::ensure_writeable_bytes(size_t len) {
 }
 
 void TcpBuffer::make_space(size_t len) {
+  if (is_held_) {
+    go_on_elsewhere(len);
+    return;
+  }
   if (writeable_bytes() + prependable_bytes() < len) {
     data_.resize(write_index_ + len);
     return;
   }
   const size_t unread = readable_bytes();
   if (unread > 0) memmove(begin(), peek(), unread);
+  read_index_ = 0;
+  write_index_ = unread;
+}
+
+// With room for as much again as is copied, so that each byte is copied once on average.
+void TcpBuffer::go_on_elsewhere(size_t len) {
+  const size_t unread = readable_bytes();
+  std::vector<char> next(std::max(data_.size(), 2 * unread + len));
+  if (unread > 0) memcpy(next.data(), peek(), unread);
+  data_.swap(next);
+  if (held_.empty()) held_.swap(next);
   read_index_ = 0;
   write_index_ = unread;
 }

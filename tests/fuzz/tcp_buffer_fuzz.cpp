@@ -23,10 +23,14 @@ struct BufferModel {
   std::string unread;
   size_t before = 0;
   size_t after = 0;
+  bool is_held = false;
 
   void ensure(size_t len) {
     if (after >= len) return;
-    if (before + after >= len) {
+    if (is_held) {
+      after = std::max(before + after, unread.size() + len);
+      before = 0;
+    } else if (before + after >= len) {
       after += before;
       before = 0;
     } else {
@@ -89,7 +93,7 @@ class Script {
   TcpBuffer sized() { return TcpBuffer(input_.u16()); }
 
   void step() {
-    switch (input_.below(9)) {
+    switch (input_.below(10)) {
       case 0:
         append();
         break;
@@ -101,6 +105,7 @@ class Script {
         model_.after += model_.before + model_.unread.size();
         model_.before = 0;
         model_.unread.clear();
+        let_go();
         break;
       case 3:
         ensure();
@@ -116,6 +121,11 @@ class Script {
         break;
       case 7:
         read();
+        break;
+      case 8:
+        held_at_ = real_.hold();
+        held_ = model_.unread;
+        model_.is_held = !held_.empty();
         break;
       default:
         if (input_.u8() == 0) pair_.hang_up();
@@ -144,6 +154,12 @@ class Script {
     real_.retrieve(len);
     model_.unread.erase(0, len);
     model_.before += len;
+    let_go();
+  }
+
+  void let_go() {
+    held_.clear();
+    model_.is_held = false;
   }
 
   void ensure() {
@@ -189,6 +205,8 @@ class Script {
     FUZZ_CHECK(real_.writeable_bytes() == model_.after);
     FUZZ_CHECK(real_.peek() == real_.begin() + model_.before);
     FUZZ_CHECK(real_.begin_write() == real_.peek() + model_.unread.size());
+    // It stays where it was, and as it was.
+    FUZZ_CHECK(held_.empty() || memcmp(held_at_, held_.data(), held_.size()) == 0);
     FUZZ_CHECK(model_.unread.empty() ||
                memcmp(real_.peek(), model_.unread.data(), model_.unread.size()) == 0);
   }
@@ -196,6 +214,8 @@ class Script {
   FuzzInput& input_;
   TcpBuffer real_;
   BufferModel model_;
+  std::string held_;
+  const char* held_at_ = nullptr;
   SocketPair pair_;
   std::string pending_;  // in the socket
   unsigned next_ = 0;
