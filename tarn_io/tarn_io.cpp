@@ -1,6 +1,7 @@
 #include "tarn_io/tarn_io.h"
 
 #include <errno.h>
+#include <poll.h>
 
 #include <atomic>
 #include <utility>
@@ -32,6 +33,7 @@ void TarnIo::set_readable_callback(Callback callback, void* arg) {
     const oxutils::scoped_lock hold(lock_);
     readable_cb_.set(callback, arg);
     if (callback != nullptr) pending = std::exchange(readable_pending_, false);
+    if (pending && at_end_) told_of_end_ = true;
   }
   if (pending) callback(arg);
 }
@@ -78,6 +80,8 @@ void TarnIo::watch_read() {
   const int watched = watchable_fd();
   if (watched < 0) return;
   TarnPoller::instance()->watch_read(watched, oxutils::Function(this, &TarnIo::trigger_read));
+  watches_read_ = true;
+  choose_error_watch();
 }
 
 void TarnIo::watch_write() {
@@ -87,24 +91,72 @@ void TarnIo::watch_write() {
 }
 
 void TarnIo::watch_error() {
-  const int watched = watchable_fd();
-  if (watched < 0) return;
-  TarnPoller::instance()->watch_error(watched, oxutils::Function(this, &TarnIo::trigger_error));
+  if (watchable_fd() < 0) return;
+  watches_error_ = true;
+  choose_error_watch();
 }
 
-void TarnIo::unwatch_read() { TarnPoller::instance()->unwatch_read(fd()); }
-void TarnIo::unwatch_write() { TarnPoller::instance()->unwatch_write(fd()); }
-void TarnIo::unwatch_error() { TarnPoller::instance()->unwatch_error(fd()); }
+void TarnIo::unwatch_read() {
+  TarnPoller::instance()->unwatch_read(fd());
+  watches_read_ = false;
+  choose_error_watch();
+}
 
-// In all three the callback comes last: it may destroy the handle and go on running for longer than
-// that is kept.
+void TarnIo::unwatch_write() { TarnPoller::instance()->unwatch_write(fd()); }
+
+void TarnIo::unwatch_error() {
+  watches_error_ = false;
+  choose_error_watch();
+}
+
+void TarnIo::choose_error_watch() {
+  TarnPoller* const poller = TarnPoller::instance();
+  if (watches_error_) {
+    poller->watch_error(fd(), oxutils::Function(this, &TarnIo::trigger_error));
+  } else if (watches_read_ && !is_stream_) {
+    poller->watch_error(fd(), oxutils::Function(this, &TarnIo::keep_pending_error));
+  } else {
+    poller->unwatch_error(fd());
+  }
+}
+
+// Then the descriptor need not rest. Not of an error that stays.
+void TarnIo::keep_pending_error() {
+  int fd = -1;
+  {
+    const oxutils::scoped_lock hold(socket_lock_);
+    if (sock_.keep_error()) fd = sock_.fd();
+  }
+  if (fd >= 0) TarnPoller::instance()->resume(fd);
+}
+
+bool TarnIo::has_error() const {
+  const oxutils::scoped_lock hold(socket_lock_);
+  return (sock_.condition() & (POLLERR | POLLNVAL)) != 0;
+}
+
+// In all of them the callback comes last: it may destroy the handle and go on running for longer
+// than that is kept.
 void TarnIo::trigger_read() {
-  const bool at_end = is_stream_ && !read_stream();
+  if (is_stream_) {
+    trigger_stream();
+    return;
+  }
   auto callback = readable_cb_.get();
   if (callback.function == nullptr) callback = remember_readable();
-  // A stream at its end, or a datagram that nobody takes, would stay readable for ever. Setting the
-  // callback watches again.
-  if (at_end || (callback.function == nullptr && !is_stream_)) unwatch_read();
+  if (callback.function != nullptr) {
+    callback.function(callback.user);
+  } else {
+    unwatch_read();  // it would stay readable; setting the callback watches again
+  }
+}
+
+void TarnIo::trigger_stream() {
+  const bool at_end = !read_stream();
+  auto callback = readable_cb_.get();
+  if (callback.function == nullptr) callback = remember_readable();
+  if (at_end) unwatch_read();  // as above
+  if (at_end && callback.function != nullptr) told_of_end_ = true;
   if (callback.function != nullptr) callback.function(callback.user);
 }
 
@@ -118,13 +170,11 @@ TarnIo::ReadableCallback::Pair TarnIo::remember_readable() {
 
 bool TarnIo::read_stream() {
   const oxutils::scoped_lock hold(socket_lock_);
-  if (is_peeked_) {
-    peeked_ = sock_.detach_buffer();
-    is_peeked_ = false;
-  }
   const int count = sock_.read_all();
   const int error = TarnSocket::last_error();
-  return count > 0 || (count < 0 && (error == EAGAIN || error == EINTR));
+  if (count > 0 || (count < 0 && (error == EAGAIN || error == EINTR))) return true;
+  at_end_ = true;
+  return false;
 }
 
 void TarnIo::trigger_write() {
@@ -141,6 +191,8 @@ void TarnIo::trigger_write() {
 
 void TarnIo::trigger_error() {
   const int error = TarnSocket::last_error();
+  if (!is_stream_) keep_pending_error();
+  if (told_of_end_ && !has_error()) return;
   ErrorCallback callback = nullptr;
   void* arg = nullptr;
   int pending = 0;
@@ -223,8 +275,9 @@ void TarnIo::on_tarn_input(void* io) {
   Attached attached;
   {
     const oxutils::scoped_lock hold(self->socket_lock_);
-    len = self->sock_.read(datagram, TarnSocket::kMaxDatagram);
     attached = self->attached_;
+    len = self->sock_.read(datagram, TarnSocket::kMaxDatagram);
+    if (len < 0) len = self->sock_.read_on(datagram, TarnSocket::kMaxDatagram);
   }
   if (len >= 1) feed(attached, datagram, len);
 }
@@ -241,7 +294,18 @@ void TarnIo::feed(const Attached& attached, char* datagram, int len) {
 
 int TarnIo::read(char* buf, int len) {
   const oxutils::scoped_lock hold(socket_lock_);
-  return sock_.read(buf, len);
+  const int result = sock_.read(buf, len);
+  return result >= 0 ? result : fail_to_read(buf, len);
+}
+
+// Errors that come faster than the application reads must not keep the datagrams from it: every
+// other one waits for what is there.
+int TarnIo::fail_to_read(char* buf, int len) {
+  if (!TarnSocket::was_pending(errno)) return -1;
+  datagram_first_ = !datagram_first_;
+  if (datagram_first_) return -1;
+  const int result = sock_.read_on(buf, len);
+  return result >= 0 ? result : sock_.read(buf, len);
 }
 
 int TarnIo::write(const char* data, int len) {
@@ -253,7 +317,7 @@ int TarnIo::write(const char* data, int len) {
     const oxutils::scoped_lock hold(socket_lock_);
     fd = sock_.fd();
     result = sock_.try_send(data, static_cast<size_t>(len));
-    error = TarnSocket::last_error();
+    if (result < 0) error = TarnSocket::last_error();
   }
   if (result < 0) {
     TarnSocket::log_send_failure(fd, error);
@@ -269,14 +333,10 @@ int TarnIo::peek_size() {
 
 char* TarnIo::peek_data() {
   const oxutils::scoped_lock hold(socket_lock_);
-  peeked_ = TcpBuffer(0);
-  is_peeked_ = true;
   return sock_.peek();
 }
 
 void TarnIo::consume(int len) {
   const oxutils::scoped_lock hold(socket_lock_);
-  peeked_ = TcpBuffer(0);
-  is_peeked_ = false;
   sock_.consume(len);
 }

@@ -5,6 +5,7 @@
 #include <stdint.h>
 
 #include "oxutils/mutex.h"
+#include "oxutils/relaxed.h"
 #include "oxutils/smart_ptr/enable_shared_from_this.h"
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/callback_slot.h"
@@ -20,6 +21,10 @@ class TarnSession;
 // Threads: watch_*, unwatch_* and trigger_* run on the I/O thread; everything else on any. lock_
 // guards callbacks and remembered events, socket_lock_ the socket, its buffer and whose datagrams
 // it receives; neither is held while a callback runs. The destructor closes nothing.
+//
+// While a datagram socket is read, its error slot takes pending errors out of the way, unless the
+// application watches it; a send or receive fails with them all the same. The end of a stream is
+// told to the readable callback, and the hang-up that follows to nobody.
 class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
  public:
   using Callback = void (*)(void*);
@@ -49,7 +54,7 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   // The poller's events.
   void trigger_read() OX_EXCLUDES(lock_, socket_lock_);
   void trigger_write() OX_EXCLUDES(lock_);
-  void trigger_error() OX_EXCLUDES(lock_);
+  void trigger_error() OX_EXCLUDES(lock_, socket_lock_);
 
   // Serves the session of this handle from now on. False for a bad handle.
   bool attach(void* session) OX_EXCLUDES(lock_, socket_lock_);
@@ -87,8 +92,13 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   static int output_numbered(char* data, int len, void* number);
   static void call(oxutils::shared_ptr<TarnIo> io, void (TarnIo::*method)());
   ReadableCallback::Pair remember_readable() OX_EXCLUDES(lock_);
+  void trigger_stream() OX_EXCLUDES(lock_, socket_lock_);
   // Drains the socket into its buffer. False at the end of the stream.
   bool read_stream() OX_EXCLUDES(socket_lock_);
+  // Gives the error slot to whom it belongs now.
+  void choose_error_watch();
+  void keep_pending_error() OX_EXCLUDES(socket_lock_);
+  bool has_error() const OX_EXCLUDES(socket_lock_);
   // A session, as attached; the handle may become another one's.
   struct Attached {
     void* session = nullptr;
@@ -96,6 +106,8 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   };
   // Passes a datagram to the session, if that still lives.
   static void feed(const Attached& attached, char* datagram, int len);
+  // After a read that has failed, apart from the busy path.
+  __attribute__((noinline)) int fail_to_read(char* buf, int len) OX_REQUIRES(socket_lock_);
   TarnSocket release_socket() OX_EXCLUDES(socket_lock_);
   int fd() const OX_EXCLUDES(socket_lock_);
   int watchable_fd() const OX_EXCLUDES(lock_, socket_lock_);
@@ -116,10 +128,14 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
   mutable oxutils::mutex socket_lock_;
   TarnSocket sock_ OX_GUARDED_BY(socket_lock_);
   Attached attached_ OX_GUARDED_BY(socket_lock_);
+  bool datagram_first_ OX_GUARDED_BY(socket_lock_) = false;  // before the next error, in read()
   const bool is_stream_;
-  // Bytes that the application still looks at while the socket's buffer goes on.
-  TcpBuffer peeked_ OX_GUARDED_BY(socket_lock_);
-  bool is_peeked_ OX_GUARDED_BY(socket_lock_) = false;
+
+  // Written on the I/O thread.
+  oxutils::relaxed<bool> watches_read_{false};
+  oxutils::relaxed<bool> watches_error_{false};  // for the application
+  oxutils::relaxed<bool> at_end_{false};         // of the stream
+  oxutils::relaxed<bool> told_of_end_{false};    // also by who sets the callback
 
   TcpBuffer buffer_;
 };

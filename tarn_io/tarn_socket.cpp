@@ -3,8 +3,8 @@
 #include <arpa/inet.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 #include <utility>
@@ -18,6 +18,8 @@ constexpr int kBacklog = 128;
 constexpr uint16_t kProbePort = 65535;
 constexpr uint32_t kProbeIpv4 = 0x08080808;
 constexpr unsigned char kProbeIpv6FirstByte = 0x20;
+// One after another that come faster than they can be read, before a read gives up.
+constexpr int kMostErrors = 16;
 
 bool is_known(TarnSocket::AddrFamily af) {
   return af == TarnSocket::IPV4 || af == TarnSocket::IPV6;
@@ -88,6 +90,10 @@ bool TarnSocket::ip_stack_check_connect(int domain, sockaddr* addr, size_t len) 
 }
 
 int TarnSocket::last_error() { return errno; }
+
+bool TarnSocket::was_pending(int error) {
+  return error != EAGAIN && error != EINTR && error != EBADF;
+}
 
 bool TarnSocket::connect(const char* ip, short port) {
   TarnAddr addr(ip, static_cast<uint16_t>(port));
@@ -166,7 +172,10 @@ void TarnSocket::close() {
   fd_ = -1;
 }
 
-TarnSocket TarnSocket::release() { return TarnSocket(std::exchange(fd_, -1), protocol_); }
+TarnSocket TarnSocket::release() {
+  kept_error_ = 0;
+  return TarnSocket(std::exchange(fd_, -1), protocol_);
+}
 
 int TarnSocket::readable_len() {
   if (protocol_ == TCP) return static_cast<int>(buffer_.readable_bytes());
@@ -176,28 +185,74 @@ int TarnSocket::readable_len() {
 
 int TarnSocket::read(char* buf, int len) {
   OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == UDP);
-  const auto size = static_cast<size_t>(len);
-  return has_peer_ ? read_from_peer(buf, size) : static_cast<int>(recv(fd_, buf, size, 0));
+  return kept_error_ != 0 ? fail_with_kept_error() : receive(buf, len);
 }
 
-// Others' datagrams are few, and each is one less.
-int TarnSocket::read_from_peer(char* buf, size_t len) {
-  for (;;) {
-    Address source = {};
-    iovec part = {buf, len};
-    msghdr message = {};
-    message.msg_name = &source;
-    message.msg_namelen = sizeof source;
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    const ssize_t result = recvmsg(fd_, &message, 0);
-    if (result < 0 || is_peer(source)) return static_cast<int>(result);
+int TarnSocket::fail_with_kept_error() {
+  errno = std::exchange(kept_error_, 0);
+  return -1;
+}
+
+int TarnSocket::read_on(char* buf, int len) {
+  int result = -1;
+  for (int i = 0; i < kMostErrors && result < 0 && was_pending(errno); ++i) {
+    kept_error_ = errno;
+    result = receive(buf, len);
   }
+  return result;
+}
+
+int TarnSocket::receive(char* buf, int len) const {
+  return has_peer_ ? receive_from_peer(buf, len)
+                   : static_cast<int>(recv(fd_, buf, static_cast<size_t>(len), 0));
+}
+
+// What others have sent is left out.
+int TarnSocket::receive_from_peer(char* buf, int len) const {
+  for (;;) {
+    Address source;
+    const int result = receive_from(buf, len, 0, source);
+    if (result < 0 || is_peer(source)) return result;
+  }
+}
+
+int TarnSocket::receive_from(char* buf, int len, int flags, Address& source) const {
+  source = {};
+  socklen_t size = address_size(af_);
+  return static_cast<int>(recvfrom(fd_, buf, static_cast<size_t>(len), flags, &source.any, &size));
+}
+
+// Without any, somebody's send or receive may have taken it since it showed. One that comes between
+// the two looks is taken too; one that is left then is told by a queue of errors, which stays until
+// the application reads that.
+bool TarnSocket::keep_error() {
+  int error = take_error();
+  if (error == 0 && condition() != 0) {
+    error = take_error();
+    if (error == 0) return false;
+  }
+  if (error != 0) kept_error_ = error;
+  return true;
+}
+
+int TarnSocket::take_error() const {
+  int error = 0;
+  socklen_t size = sizeof error;
+  return getsockopt(fd_, SOL_SOCKET, SO_ERROR, &error, &size) == 0 ? error : 0;
+}
+
+short TarnSocket::condition() const {
+  pollfd asked = {fd_, 0, 0};
+  int result = 0;
+  do {
+    result = poll(&asked, 1, 0);
+  } while (result < 0 && errno == EINTR);
+  return asked.revents;
 }
 
 char* TarnSocket::peek() {
   OX_ASSERT("tarn_io/tarn_socket", __LINE__, protocol_ == TCP);
-  return buffer_.peek();
+  return buffer_.hold();
 }
 
 void TarnSocket::consume(int len) {
@@ -211,24 +266,19 @@ int TarnSocket::read_all() {
   return buffer_.read_fd(fd_, &error);
 }
 
-TcpBuffer TarnSocket::detach_buffer() {
-  TcpBuffer copy = buffer_;
-  std::swap(copy, buffer_);
-  return copy;
-}
-
 int TarnSocket::readfrom(char* buf, int len, TarnAddr& from) {
   if (!is_known(af_)) OX_ASSERT("tarn_io/tarn_socket", __LINE__, false);
-  Address source = {};
-  socklen_t size = address_size(af_);
-  const ssize_t result = recvfrom(fd_, buf, static_cast<size_t>(len), 0, &source.any, &size);
+  Address source;
+  const int result = receive_from(buf, len, 0, source);
   from = TarnAddr(&source.any);
-  return static_cast<int>(result);
+  return result;
 }
 
-bool TarnSocket::has_datagram() const {
-  char first = 0;
-  return recv(fd_, &first, sizeof first, MSG_PEEK | MSG_DONTWAIT) >= 0;
+bool TarnSocket::try_readfrom(char* buf, int len, TarnAddr& from) {
+  Address source;
+  if (receive_from(buf, len, MSG_DONTWAIT, source) < 0) return false;
+  from = TarnAddr(&source.any);
+  return true;
 }
 
 int TarnSocket::send(const char* buf, size_t len) {
@@ -238,6 +288,7 @@ int TarnSocket::send(const char* buf, size_t len) {
 }
 
 int TarnSocket::try_send(const char* buf, size_t len) {
+  if (kept_error_ != 0) return fail_with_kept_error();
   return static_cast<int>(::send(fd_, buf, len, MSG_NOSIGNAL));
 }
 

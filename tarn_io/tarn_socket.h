@@ -13,6 +13,9 @@
 // Copied by value, descriptor and all; no copy closes it on its own, only close() does. The family
 // of a new socket follows the host: IPv6 only where IPv4 is not reachable and IPv6 is. Not
 // synchronised: the owner decides which thread reads and which sends.
+//
+// A datagram socket's pending error, such as a refusal by the peer's host, belongs to the next send
+// or receive. Whoever polls the socket has it kept here, where it keeps nobody from reading.
 class TarnSocket {
  public:
   // With a type of their own, so that a value that is none of these is a bad value and no more.
@@ -42,6 +45,8 @@ class TarnSocket {
   // Whether a UDP socket of `domain` finds a route to the address. Sends nothing.
   static bool ip_stack_check_connect(int domain, sockaddr* addr, size_t len);
   static int last_error();
+  // Whether a receive that failed with this has taken a pending error out of the socket.
+  static bool was_pending(int error);
 
   // False when the address does not fit the family, or the system call fails; a TCP connect that
   // goes on in the background fails too.
@@ -68,20 +73,26 @@ class TarnSocket {
 
   // UDP: size of the next datagram; TCP: bytes in the buffer.
   int readable_len();
-  // One datagram. Requires: UDP.
+  // One datagram. A pending error comes before it: -1. Requires: UDP.
   int read(char* buf, int len);
-  // The first byte of the buffer; drop bytes from it. Require: TCP.
+  // After a read that has failed: reads on if that was with a pending error, which is then kept for
+  // the next send; so is each that comes in between, up to a limit.
+  int read_on(char* buf, int len);
+  // Takes the pending error over from the system, for the next send or receive. False when an error
+  // or hang-up is there to stay.
+  bool keep_error();
+  // POLLERR, POLLHUP and POLLNVAL, as they are now.
+  short condition() const;
+  // The first byte of the buffer, which stays where it is until the next call of these two,
+  // whatever is read meanwhile; drop bytes from it. Require: TCP.
   char* peek();
   void consume(int len);
   // Moves what the kernel has into the buffer. Requires: TCP.
   int read_all();
-  // Gives the buffer's memory away and goes on with a copy: pointers into it stay good for as long
-  // as the caller keeps it.
-  TcpBuffer detach_buffer();
   // One recvfrom. Requires: a datagram is there.
   int readfrom(char* buf, int len, TarnAddr& from);
-  // Whether a datagram is there for readfrom. A wake-up for a damaged one leaves none.
-  bool has_datagram() const;
+  // The same without waiting. False, and `from` untouched, when that fails.
+  bool try_readfrom(char* buf, int len, TarnAddr& from);
   // Never raises a signal. A failure is logged.
   int send(const char* buf, size_t len);
   // The two halves of send(), for callers that hold a lock over the first.
@@ -98,14 +109,21 @@ class TarnSocket {
 
   // False when `addr` does not fit the family.
   bool fill(const TarnAddr& addr, Address& out) const;
-  int read_from_peer(char* buf, size_t len);
+  // One datagram and its source, which a failure leaves without a family.
+  int receive_from(char* buf, int len, int flags, Address& source) const;
+  int receive(char* buf, int len) const;
+  int receive_from_peer(char* buf, int len) const;
+  // Apart from the busy paths, which then need no room for it.
+  __attribute__((noinline)) int fail_with_kept_error();
+  int take_error() const;
   bool is_peer(const Address& source) const;
 
   int fd_;
   AddrFamily af_ = IPV4;
   Protocol protocol_;
   bool has_peer_ = false;
-  Address peer_ = {};  // that read() goes by, if there is one
+  Address peer_ = {};   // that read() goes by, if there is one
+  int kept_error_ = 0;  // errno
   TcpBuffer buffer_;
 };
 

@@ -2,8 +2,6 @@
 #ifndef TARN_TARN_IO_UDP_LISTENER_H_
 #define TARN_TARN_IO_UDP_LISTENER_H_
 
-#include <deque>
-
 #include "tarn_io/tarn_addr.h"
 #include "tarn_io/tarn_listener.h"
 
@@ -20,11 +18,6 @@ class UdpListener : public TarnListener {
 
  private:
   void accept_peer(TarnAddr& peer);
-  void drain(TarnSocket& socket, const TarnAddr& peer);
-
-  // Peers whose first datagram came to the socket of another one, while that was bound but not yet
-  // connected.
-  std::deque<TarnAddr> newcomers_;
 };
 
 #endif  // TARN_TARN_IO_UDP_LISTENER_H_

@@ -127,7 +127,6 @@ TARN_FAILS_BY_ERRNO(ssize_t, recvfrom,
                     (int fd, void* to, size_t size, int flags, sockaddr* from,
                      socklen_t* from_size),
                     (fd, to, size, flags, from, from_size))
-TARN_FAILS_BY_ERRNO(ssize_t, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags))
 TARN_FAILS_BY_ERRNO(ssize_t, readv, (int fd, const iovec* parts, int count), (fd, parts, count))
 TARN_FAILS_BY_ERRNO(ssize_t, send, (int fd, const void* data, size_t size, int flags),
                     (fd, data, size, flags))

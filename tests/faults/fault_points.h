@@ -24,7 +24,6 @@
   POINT(epoll_wait)                \
   POINT(recv)                      \
   POINT(recvfrom)                  \
-  POINT(recvmsg)                   \
   POINT(readv)                     \
   POINT(send)                      \
   POINT(close)                     \

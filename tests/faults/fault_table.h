@@ -13,7 +13,6 @@ namespace tarn_test {
 enum class Outcome {
   kCompletes,    // it gets over it: what was wanted happens all the same
   kMaySpoil,     // the socket or thread at hand may be lost; everything else works on
-  kAssertion,    // the process ends with an assertion, or the scenario goes on
   kOutOfMemory,  // the process ends for want of memory, or the scenario goes on
 };
 
@@ -31,10 +30,6 @@ const std::vector<Fault>& allocation_faults();
 
 // "accept4 ECONNABORTED"
 std::string describe(const Fault& fault);
-
-// What the one assertion that kAssertion stands for writes.
-constexpr const char* kNoSenderAssertion = "tarn_io/tarn_addr:";
-constexpr const char* kNoSenderCondition = "assertion \"false\" failed";
 
 }  // namespace tarn_test
 

@@ -26,7 +26,7 @@ void udp_listener(const Play& play) {
 
   play.reach("a peer that is answered", [&] {
     if (listener == nullptr) return false;
-    peer.send_to(port, "hello");
+    for (int i = 0; i < 2; ++i) peer.send_to(port, "hello");
     for (void* const io : handles.all()) {
       char buffer[16];
       if (tarn_read(io, buffer, sizeof buffer) == 5) tarn_write(io, "answer", 6);

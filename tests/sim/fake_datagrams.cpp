@@ -13,8 +13,10 @@ namespace {
 
 constexpr size_t kLargestDatagram = 65507;
 constexpr size_t kReceiveQueue = 212'992;
-constexpr size_t kOverhead = 512;       // that each datagram takes in the queue
-constexpr double kRefusedShare = 0.01;  // of the sends, where things go wrong at all
+constexpr size_t kOverhead = 512;  // that each datagram takes in the queue
+// Where things go wrong at all:
+constexpr double kRefusedShare = 0.01;      // of the sends
+constexpr double kUnreachableShare = 0.02;  // of the moments at which ICMP may come
 
 }  // namespace
 
@@ -41,13 +43,23 @@ void FakeNetwork::done_reading() {
   }
 }
 
+bool FakeNetwork::goes_wrong() const {
+  return faulty_ && scheduler_.preemption().spurious_share > 0;
+}
+
+// A host on the way may answer earlier datagrams of a connected socket at any moment.
+void FakeNetwork::draw_unreachable(FakeSocket& socket) {
+  if (!socket.connected || !goes_wrong() || !random_.chance(kUnreachableShare)) return;
+  socket.error = ECONNREFUSED;
+  changed();
+}
+
 // The error with which a send fails, or 0.
 int FakeNetwork::refusal(FakeSocket& socket, size_t size) {
   if (!socket.connected) return EDESTADDRREQ;
   if (socket.error != 0) return std::exchange(socket.error, 0);
   if (size > kLargestDatagram) return EMSGSIZE;
-  const bool faults = faulty_ && scheduler_.preemption().spurious_share > 0;
-  return faults && random_.chance(kRefusedShare) ? EAGAIN : 0;
+  return goes_wrong() && random_.chance(kRefusedShare) ? EAGAIN : 0;
 }
 
 long FakeNetwork::send_datagram(FakeSocket& socket, std::string_view bytes) {
@@ -57,7 +69,15 @@ long FakeNetwork::send_datagram(FakeSocket& socket, std::string_view bytes) {
   } else if (error == 0 && socket.peer.ip == kLoopback) {
     arrive(socket.local.port, socket.peer.port, std::string(bytes));
   }
+  draw_unreachable(socket);
   return error != 0 ? -error : static_cast<long>(bytes.size());
+}
+
+// With the error of an earlier one, the library fails a send of its own accord.
+void FakeNetwork::not_sent(int fd, std::string_view bytes) {
+  const FakeSocketPtr socket = find(fd);
+  Carrier* const carrier = carrier_of(socket->local.port, socket->peer.port);
+  if (carrier != nullptr) carrier->sent(bytes, false);
 }
 
 // A socket that is connected to the sender comes before one that takes from anybody; of equals, the
@@ -94,6 +114,7 @@ void FakeNetwork::arrive(uint16_t from, uint16_t to, std::string datagram) {
   if (faulty_ && socket->queued + size > kReceiveQueue) return;
   socket->queued += size;
   socket->datagrams.push_back({from, std::move(datagram)});
+  draw_unreachable(*socket);
   changed();
 }
 
@@ -114,7 +135,9 @@ void FakeNetwork::announce(const FakeSocket& socket, const Address& from,
 long FakeNetwork::receive_datagram(FakeSocket& socket, char* into, size_t room, int flags,
                                    Address& from) {
   done_reading();
-  while (socket.datagrams.empty()) {
+  draw_unreachable(socket);
+  // The error comes first, whatever was seen a moment ago.
+  while (socket.error != 0 || socket.datagrams.empty()) {
     if (socket.error != 0) return -std::exchange(socket.error, 0);
     if (!wait(socket, flags)) return -EAGAIN;
   }

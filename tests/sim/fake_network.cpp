@@ -161,6 +161,7 @@ bool FakeNetwork::wait(const FakeSocket& socket, int flags) {
 
 long FakeNetwork::send(int fd, std::string_view bytes, int flags) {
   const FakeSocketPtr socket = find(fd);
+  ++sends_[scheduler_.self()];
   return socket->stream ? send_stream(*socket, bytes, flags) : send_datagram(*socket, bytes);
 }
 
@@ -172,23 +173,11 @@ long FakeNetwork::receive(int fd, char* into, size_t room, int flags, sockaddr* 
   const long result = receive_datagram(*socket, into, room, flags, source);
   if (result < 0) return result;
   write_address(source, from, from_size);
-  // With the sender's address a listener sorts out what came too early.
-  const bool for_session = from == nullptr && (flags & MSG_PEEK) == 0;
-  if (for_session) announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
-  return result;
-}
-
-long FakeNetwork::receive_message(int fd, msghdr& message, int flags) {
-  const FakeSocketPtr socket = find(fd);
-  auto* const into = static_cast<char*>(message.msg_iov[0].iov_base);
-  Address source;
-  const long result = receive_datagram(*socket, into, message.msg_iov[0].iov_len, flags, source);
-  if (result < 0) return result;
-  write_address(source, static_cast<sockaddr*>(message.msg_name), &message.msg_namelen);
-  // What others have sent goes no further.
-  if (socket->is_connected_to(source.port)) {
+  // Only a listener's own socket is not connected. With the sender's address the library leaves out
+  // what others have sent.
+  const bool is_taken = from == nullptr || socket->is_connected_to(source.port);
+  if (socket->connected && is_taken)
     announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
-  }
   return result;
 }
 

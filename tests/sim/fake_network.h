@@ -62,8 +62,6 @@ class FakeNetwork {
   long send(int fd, std::string_view bytes, int flags);
   // `from` may be null.
   long receive(int fd, char* into, size_t room, int flags, sockaddr* from, socklen_t* from_size);
-  // recvmsg(), of one part with room for the sender's address.
-  long receive_message(int fd, msghdr& message, int flags);
   int poll(pollfd* fds, nfds_t count, int timeout_ms);
   int select(int count, fd_set* read, fd_set* write, fd_set* error, const timeval* timeout);
   int epoll_create();
@@ -82,6 +80,10 @@ class FakeNetwork {
   void arrive(uint16_t from, uint16_t to, std::string datagram);
   // The peer of the socket on `port` that was connected last.
   uint16_t newest_peer_of(uint16_t port) const;
+  // The running task has not sent what it meant to send on the descriptor.
+  void not_sent(int fd, std::string_view bytes);
+  // By the running task.
+  uint64_t sends() { return sends_[scheduler_.self()]; }
   size_t descriptors() const { return sockets_.size(); }
   // From now on there is room for everything and no send is refused.
   void end_faults() { faulty_ = false; }
@@ -111,6 +113,8 @@ class FakeNetwork {
   long receive_datagram(FakeSocket& socket, char* into, size_t room, int flags, Address& from);
   long receive_stream(FakeSocket& socket, char* into, size_t room, int flags);
   void announce(const FakeSocket& socket, const Address& from, std::string_view datagram);
+  bool goes_wrong() const;
+  void draw_unreachable(FakeSocket& socket);
   int refusal(FakeSocket& socket, size_t size);
   FakeSocketPtr receiver(uint16_t from, uint16_t to) const;
   void refuse_sender(uint16_t from, uint16_t to);
@@ -122,6 +126,7 @@ class FakeNetwork {
   std::map<std::pair<uint16_t, uint16_t>, Carrier*> carriers_;
   Carrier* reading_ = nullptr;  // whose datagram was read last, and
   TaskId reader_ = 0;           // by whom
+  std::map<TaskId, uint64_t> sends_;
   uint64_t binds_ = 0;
   uint16_t next_reserved_ = 20000;
   uint16_t next_port_ = 32768;

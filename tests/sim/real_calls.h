@@ -34,7 +34,6 @@ ssize_t __real_send(int fd, const void* bytes, size_t size, int flags);
 ssize_t __real_recv(int fd, void* into, size_t room, int flags);
 ssize_t __real_recvfrom(int fd, void* into, size_t room, int flags, sockaddr* from,
                         socklen_t* from_size);
-ssize_t __real_recvmsg(int fd, msghdr* message, int flags);
 ssize_t __real_readv(int fd, const iovec* parts, int count);
 int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __real_epoll_create1(int flags);

@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <cstring>
 
+#include "tarn_io/tarn_socket.h"
 #include "tests/sim/boundary.h"
 #include "tests/sim/fake_network.h"
 #include "tests/sim/real_calls.h"
@@ -144,6 +145,24 @@ ssize_t __wrap_send(int fd, const void* bytes, size_t size, int flags) {
   return simulate(fd, [=](FakeNetwork& network) { return network.send(fd, view, flags); });
 }
 
+// TarnSocket::try_send(), since what the library does not send has left its session all the same.
+int __real__ZN10TarnSocket8try_sendEPKcm(TarnSocket* socket, const char* bytes, size_t size);
+int __wrap__ZN10TarnSocket8try_sendEPKcm(TarnSocket* socket, const char* bytes, size_t size) {
+  if (!is_simulated()) return __real__ZN10TarnSocket8try_sendEPKcm(socket, bytes, size);
+  FakeNetwork& network = World::get().network();
+  const auto sends = [&network] {
+    const OutsideLibrary outside;
+    return network.sends();
+  };
+  const uint64_t before = sends();
+  const int result = __real__ZN10TarnSocket8try_sendEPKcm(socket, bytes, size);
+  const OutsideLibrary outside;
+  const int error = errno;
+  if (socket->fd() >= 0 && network.sends() == before) network.not_sent(socket->fd(), {bytes, size});
+  errno = error;
+  return result;
+}
+
 ssize_t __wrap_recv(int fd, void* into, size_t room, int flags) {
   if (!is_simulated(fd)) return __real_recv(fd, into, room, flags);
   return simulate(fd, [=](FakeNetwork& network) {
@@ -157,12 +176,6 @@ ssize_t __wrap_recvfrom(int fd, void* into, size_t room, int flags, sockaddr* fr
   return simulate(fd, [=](FakeNetwork& network) {
     return network.receive(fd, static_cast<char*>(into), room, flags, from, from_size);
   });
-}
-
-ssize_t __wrap_recvmsg(int fd, msghdr* message, int flags) {
-  if (!is_simulated(fd)) return __real_recvmsg(fd, message, flags);
-  return simulate(
-      fd, [=](FakeNetwork& network) { return network.receive_message(fd, *message, flags); });
 }
 
 // Fills the first part, and goes on to the next ones with what is there already.

@@ -3,7 +3,9 @@
 
 #include <string>
 
+#include "tarn_io/tarn_io.h"
 #include "tarn_io/tcp_buffer.h"
+#include "tests/support/net_sockets.h"
 
 namespace {
 
@@ -130,4 +132,25 @@ TEST(TcpBufferHold, WhoLeavesALittleAndLooksAgainMakesNothingGrow) {
 
   EXPECT_LE(size_of(buffer), 8192u);
   EXPECT_LE(copied, 4000u * 1500);
+}
+
+// By counting what moves between one look and the next, on a handle whose reads grow its buffer.
+TEST(TarnIoStream, LookedAtInEachCallbackIsMovedOnce) {
+  constexpr int kBlock = 40'000;
+  const tarn_test::Ends ends = tarn_test::tcp_ends();
+  TarnIo io{TarnSocket(ends.near.get(), TarnSocket::TCP)};
+  const std::string block(kBlock, 'x');
+  Moves moves;
+
+  for (int sent = kBlock; sent <= 100 * kBlock; sent += kBlock) {
+    tarn_test::send_text(ends.far.get(), block);
+    while (io.peek_size() < sent) {
+      ASSERT_TRUE(tarn_test::wait_readable(ends.near.get()));
+      io.trigger_read();
+      const char* const bytes = io.peek_data();
+      moves.note(bytes, static_cast<size_t>(io.peek_size()));
+    }
+  }
+
+  EXPECT_LE(moves.count(), size_t{2 * 100 * kBlock});
 }
