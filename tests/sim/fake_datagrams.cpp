@@ -16,6 +16,7 @@ constexpr size_t kReceiveQueue = 212'992;
 constexpr size_t kOverhead = 512;  // that each datagram takes in the queue
 // Where things go wrong at all:
 constexpr double kRefusedShare = 0.01;      // of the sends
+constexpr double kStrayShare = 0.5;         // of the sockets that join others on a port
 constexpr double kUnreachableShare = 0.02;  // of the moments at which ICMP may come
 
 }  // namespace
@@ -52,6 +53,11 @@ void FakeNetwork::draw_unreachable(FakeSocket& socket) {
   if (!socket.connected || !goes_wrong() || !random_.chance(kUnreachableShare)) return;
   socket.error = ECONNREFUSED;
   changed();
+}
+
+// What is on its way to a port comes to whoever was bound to it last.
+void FakeNetwork::draw_stray(uint16_t port) {
+  if (goes_wrong() && random_.chance(kStrayShare)) arrive(kStranger, port, "stray");
 }
 
 // The error with which a send fails, or 0.

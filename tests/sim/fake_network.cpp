@@ -91,8 +91,10 @@ int FakeNetwork::bind(int fd, const sockaddr* address) {
     return 0;
   }
   if (is_taken(socket, port)) return -EADDRINUSE;
+  const bool is_shared = !socket.stream && receiver(kStranger, port) != nullptr;
   socket.local = {kLoopback, port};
   socket.bound_since = ++binds_;
+  if (is_shared) draw_stray(port);
   return 0;
 }
 
@@ -175,9 +177,10 @@ long FakeNetwork::receive(int fd, char* into, size_t room, int flags, sockaddr* 
   write_address(source, from, from_size);
   // Only a listener's own socket is not connected. With the sender's address the library leaves out
   // what others have sent.
-  const bool is_taken = from == nullptr || socket->is_connected_to(source.port);
-  if (socket->connected && is_taken)
+  const bool is_left_out = from != nullptr && !socket->is_connected_to(source.port);
+  if (socket->connected && !is_left_out && (flags & MSG_PEEK) == 0) {
     announce(*socket, source, std::string_view(into, static_cast<size_t>(result)));
+  }
   return result;
 }
 

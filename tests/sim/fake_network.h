@@ -40,6 +40,8 @@ class Carrier {
 class FakeNetwork {
  public:
   static constexpr int kFirstDescriptor = 1000;
+  // A port from which nobody but strangers sends.
+  static constexpr uint16_t kStranger = 7;
 
   FakeNetwork(Scheduler& scheduler, Random random) : scheduler_(scheduler), random_(random) {}
 
@@ -115,6 +117,7 @@ class FakeNetwork {
   void announce(const FakeSocket& socket, const Address& from, std::string_view datagram);
   bool goes_wrong() const;
   void draw_unreachable(FakeSocket& socket);
+  void draw_stray(uint16_t port);
   int refusal(FakeSocket& socket, size_t size);
   FakeSocketPtr receiver(uint16_t from, uint16_t to) const;
   void refuse_sender(uint16_t from, uint16_t to);
