@@ -48,7 +48,12 @@ int TarnTimerQueue::add_timer(oxutils::Function func, int delay, int interval) {
                   interval, tid_number(pthread_self()), tid_number(owner_->get_tid()));
   }
   set_unfiled(timer);
-  owner_->run(oxutils::Function(this, &TarnTimerQueue::addTimerInLoop, std::move(timer), d));
+  try {
+    owner_->run(oxutils::Function(this, &TarnTimerQueue::addTimerInLoop, std::move(timer), d));
+  } catch (...) {  // out of memory, and never on its way
+    take_unfiled(id);
+    throw;
+  }
   return id;
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -313,6 +314,19 @@ TEST_F(ForeignThread, TimerThatTheOwnersThreadOvertakesIsNotKept) {
     EXPECT_EQ(value.use_count(), 1u);
   }
   EXPECT_EQ(queue_.get_timeout(), 10000);
+}
+
+TEST(TarnTimerQueue, KeepsNothingOfATimerThatItsOwnerDoesNotTake) {
+  struct FullOwner : tarn_test::DistantOwner {
+    void run(oxutils::Function) override { throw std::bad_alloc(); }
+  } owner;
+  TarnTimerQueue queue(&owner);
+  const oxutils::shared_ptr<int> value = oxutils::make_shared<int>(1);
+  EXPECT_THROW(queue.add_timer(oxutils::Function(
+                                   +[](oxutils::shared_ptr<int>) {}, value),
+                               20, 20),
+               std::bad_alloc);
+  EXPECT_EQ(value.use_count(), 1u);
 }
 
 TEST_F(ForeignThread, IsLoggedAsSuch) {
