@@ -5,6 +5,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <limits>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -141,6 +143,44 @@ TEST_F(HandleRegistryTest, FindsEachOfTenThousand) {
   }
   for (uintptr_t i = 1; i <= kCount; ++i) registry_.remove(handle_of(i * kStride));
   EXPECT_EQ(alive, 0);
+}
+
+// How many more atomics can be made; then there is no memory for them.
+int atomics_left = std::numeric_limits<int>::max();
+
+template <typename T>
+struct ScarceAtomic : std::atomic<T> {
+  ScarceAtomic(T value = T()) : std::atomic<T>(value) {  // NOLINT(google-explicit-constructor)
+    if (atomics_left == 0) throw std::bad_alloc();
+    --atomics_left;
+  }
+};
+
+// Whatever it is that finds no memory, the registry is as before.
+TEST_F(HandleRegistryTest, HandleThatFindsNoMemoryIsNotRegistered) {
+  HandleRegistry<Object, ScarceAtomic> registry;
+  const auto try_to_add = [&registry](void* handle) {
+    try {
+      return registry.add(handle, make_object(handle));
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  };
+  int refused = 0;
+  for (uintptr_t number = 1; number <= 1000; ++number) {
+    void* const handle = handle_of(number);
+    atomics_left = 0;
+    for (int more = 1; !try_to_add(handle); more *= 2) {
+      ++refused;
+      ASSERT_FALSE(registry.hold(handle));
+      ASSERT_FALSE(registry.remove(handle));
+      atomics_left = more;
+    }
+    ASSERT_EQ(registry.hold(handle)->handle, handle);
+  }
+  atomics_left = std::numeric_limits<int>::max();
+  EXPECT_GT(refused, 50);
+  EXPECT_EQ(alive, 1000);
 }
 
 // Two threads add and remove, two hold: whatever is held lives, and is what was asked for.
