@@ -7,8 +7,8 @@
 #include <atomic>
 
 // Written and read on any thread without a lock: a reader gets the pair of one set(), never one old
-// and one new. `Fn` is a function pointer type.
-template <typename Fn>
+// and one new. `Fn` is a function pointer type, `Atomic` what the parts are kept in.
+template <typename Fn, template <typename> class Atomic = std::atomic>
 class CallbackSlot {
  public:
   struct Pair {
@@ -48,9 +48,9 @@ class CallbackSlot {
     }
   }
 
-  std::atomic<unsigned int> version_{0};
-  std::atomic<Fn> function_{nullptr};
-  std::atomic<void*> user_{nullptr};
+  Atomic<unsigned int> version_{0};
+  Atomic<Fn> function_{nullptr};
+  Atomic<void*> user_{nullptr};
 };
 
 #endif  // TARN_SRC_CALLBACK_SLOT_H_
