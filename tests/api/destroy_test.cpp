@@ -167,59 +167,6 @@ TEST_F(Destroy, TwiceBeforeTheWorkerGetsToItIsFine) {
   a.forget();
 }
 
-namespace {
-
-// While `between` is deleted, the one destroyed before it is gone: sessions are made until one has
-// its address.
-struct Reuse {
-  std::thread::id main_thread;
-  std::string line;
-  void* wanted;
-  std::vector<void*> made;
-  std::atomic<bool> done{false};
-};
-Reuse* reuse = nullptr;
-
-void reuse_address(int, const char* line) {
-  if (reuse == nullptr || reuse->done || std::this_thread::get_id() == reuse->main_thread) return;
-  if (reuse->line != line) return;
-  reuse->done = true;
-  while (reuse->made.size() < 200) {
-    reuse->made.push_back(tarn_create());
-    if (reuse->made.back() == reuse->wanted) return;
-  }
-}
-
-}  // namespace
-
-TEST_F(Destroy, ASecondDeletionSparesTheNextSessionAtTheSameAddress) {
-  void* const old = tarn_create();
-  void* const between = tarn_create();
-  Reuse plan;
-  plan.main_thread = std::this_thread::get_id();
-  plan.line = text("tarn %p del", between);
-  plan.wanted = old;
-  reuse = &plan;
-  WorkerHold hold;
-  tarn_set_log_callback2(3, reuse_address);
-  tarn_destroy(old);
-  tarn_destroy(between);
-  tarn_destroy(old);
-
-  hold.release();
-
-  reuse = nullptr;
-  tarn_set_log_callback2(0, nullptr);
-  ASSERT_TRUE(plan.done);
-  // Under an allocator that holds addresses back there is nothing more to see than this.
-  for (void* const session : plan.made) {
-    tarn_set_conv(session, 5);
-    EXPECT_EQ(tarn_get_conv(session), 5u);
-    EXPECT_EQ(tarn_destroy(session), 0);
-  }
-  settle();
-}
-
 TEST_F(Destroy, ASecondDeletionSparesTheNextSessionUnderChurn) {
   for (int round = 0; round < 300; ++round) {
     void* const old = tarn_create();
