@@ -188,6 +188,69 @@ TEST_F(Concurrency, PiecesOfAMessageStayTogetherWhenManyThreadsSend) {
   EXPECT_EQ(messages, 4u * 300);
 }
 
+namespace {
+
+// Records what a session sends, and has another message of it sent while its first datagram is on
+// its way out: from inside the callback, or by another thread that the callback waits for.
+struct Interrupted {
+  void* session = nullptr;
+  bool by_another_thread = false;
+  bool is_interrupted = false;
+  DatagramRecorder sent;
+
+  static int on_data(char* data, int len, void* user) {
+    auto* const self = static_cast<Interrupted*>(user);
+    DatagramRecorder::on_data(data, len, &self->sent);
+    if (self->is_interrupted) return 0;
+    self->is_interrupted = true;
+    if (self->by_another_thread) {
+      std::thread([self] { self->send(); }).join();
+    } else {
+      self->send();
+    }
+    return 0;
+  }
+  // In three pieces at an mtu of 10.
+  void send() {
+    char message[25] = {};
+    tarn_send_reliable(session, message, sizeof message);
+  }
+};
+
+void expect_unbroken_runs(bool by_another_thread) {
+  tarn_config_mtu(10);
+  Endpoint a;
+  Interrupted plan;
+  plan.session = a.handle();
+  plan.by_another_thread = by_another_thread;
+  tarn_set_output_callback(a.handle(), Interrupted::on_data, &plan);
+
+  plan.send();
+  tarn_set_output_callback(a.handle(), nullptr, nullptr);
+
+  std::vector<int> numbers;
+  std::vector<int> flags;
+  for (const WireSegment& one : segments_of_type(plan.sent.all(), kReliable)) {
+    numbers.push_back(one.seq());
+    flags.push_back(one.flag);
+  }
+  ASSERT_GE(numbers.size(), 6u);
+  numbers.resize(6);  // a re-send may have followed
+  flags.resize(6);
+  EXPECT_EQ(numbers, (std::vector<int>{0, 3, 4, 5, 1, 2}));
+  EXPECT_EQ(flags, (std::vector<int>{2, 2, 0, 1, 0, 1}));
+}
+
+}  // namespace
+
+TEST_F(Concurrency, AMessageSentFromInsideAnotherDoesNotBreakItsNumbers) {
+  expect_unbroken_runs(false);
+}
+
+TEST_F(Concurrency, AMessageOfAnotherThreadDoesNotBreakTheNumbersOfOneUnderWay) {
+  expect_unbroken_runs(true);
+}
+
 TEST_F(Concurrency, EveryThreadDestroysTheSameSession) {
   for (int round = 0; round < 200; ++round) {
     void* const session = tarn_create();
