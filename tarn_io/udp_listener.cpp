@@ -17,6 +17,7 @@ void UdpListener::on_read() {
 void UdpListener::accept_peer(TarnAddr& peer) {
   TarnSocket socket(TarnSocket::UDP);
   socket.reuse();
+  socket.async();
   socket.bind(port_);
   // An address that was too long to be kept is nobody's.
   if (!peer.get_ip().empty() && socket.connect(peer)) {
