@@ -8,8 +8,11 @@
 
 Block::Block(unsigned long size) : storage(size), data_(storage.data()), size_(size) {}
 
-Block::Block(std::vector<char> bytes)
-    : storage(std::move(bytes)), data_(storage.data()), size_(storage.size()) {}
+void Block::adopt(std::vector<char>&& bytes) noexcept {
+  storage = std::move(bytes);
+  data_ = storage.data();
+  size_ = storage.size();
+}
 
 void Block::resize(unsigned long new_size) {
   OX_ASSERT("src/data_view", 22, new_size <= size_);
@@ -31,7 +34,9 @@ oxutils::shared_ptr<Block> create_block(unsigned long len) {
 }
 
 oxutils::shared_ptr<Block> create_block(std::vector<char> bytes) {
-  return oxutils::make_shared<Block>(std::move(bytes));
+  oxutils::shared_ptr<Block> block = create_block(0);
+  block->adopt(std::move(bytes));
+  return block;
 }
 
 void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {

@@ -16,8 +16,6 @@ class Block {
   explicit Block(unsigned long size);
   // Refers to the caller's bytes, which must outlive the block or its deep_copy().
   Block(char* data, unsigned long size) : data_(data), size_(size) {}
-  // Owns `bytes`.
-  explicit Block(std::vector<char> bytes);
   // data_ may point into storage.
   Block(const Block&) = delete;
   Block& operator=(const Block&) = delete;
@@ -26,6 +24,8 @@ class Block {
   unsigned long size() const { return size_; }
   bool owns_bytes() const { return !storage.empty(); }
 
+  // Owns `bytes` instead.
+  void adopt(std::vector<char>&& bytes) noexcept;
   // Shrinks to `new_size` bytes; storage keeps its size.
   void resize(unsigned long new_size);
   // Makes the block own its bytes; nothing if it does already.
@@ -70,6 +70,7 @@ class DataView {
   // Owns `len` bytes, all zero.
   explicit DataView(unsigned long len) : DataView(create_block(len)) {}
   explicit DataView(std::vector<char> bytes) : DataView(create_block(std::move(bytes))) {}
+  explicit DataView(oxutils::shared_ptr<Block> block) : blocks_(std::move(block)) {}
   // A view of a block that somebody else owns and that outlives every copy of the view, but for
   // those that called deep_copy(). Costs no allocation and no counting.
   static DataView lend(Block& block) { return DataView(oxutils::shared_ptr<Block>::lend(block)); }
@@ -102,15 +103,15 @@ class DataView {
   // integer, strictly; consume_front() then checks what is really left.
   unsigned char read_uint8() {
     OX_ASSERT("src/data_view", 77, blocks_.front()->size() > 1);
-    const auto value = static_cast<unsigned char>(*front_data());
+    const char* const at = front_data();
     consume_front(1);
-    return value;
+    return static_cast<unsigned char>(*at);
   }
   char read_char() {
     OX_ASSERT("src/data_view", 85, blocks_.front()->size() > 1);
-    const char value = *front_data();
+    const char* const at = front_data();
     consume_front(1);
-    return value;
+    return *at;
   }
   unsigned short read_uint16() {
     OX_ASSERT("src/data_view", 93, blocks_.front()->size() > 2);
@@ -178,8 +179,6 @@ class DataView {
     oxutils::shared_ptr<Block> first_;
     oxutils::shared_ptr<Block> second_;
   };
-
-  explicit DataView(oxutils::shared_ptr<Block> block) : blocks_(std::move(block)) {}
 
   // Sum of all blocks' sizes.
   unsigned long total() const {

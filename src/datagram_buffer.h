@@ -10,6 +10,9 @@
 // Lives for one call.
 class DatagramBuffer {
  public:
+  // Bytes that need no allocation.
+  static constexpr size_t kOnStack = 2048;
+
   explicit DatagramBuffer(size_t size) : heap_(size > sizeof stack_ ? new char[size] : nullptr) {}
   DatagramBuffer(const DatagramBuffer&) = delete;
   DatagramBuffer& operator=(const DatagramBuffer&) = delete;
@@ -17,7 +20,7 @@ class DatagramBuffer {
   char* data() { return heap_ ? heap_.get() : stack_; }
 
  private:
-  alignas(max_align_t) char stack_[2048];
+  alignas(max_align_t) char stack_[kOnStack];
   const std::unique_ptr<char[]> heap_;
 };
 

@@ -27,7 +27,7 @@ class DatagramReader {
 
   bool read_head(char& magic, unsigned char& version) {
     if (size_ < wire::kHeaderSize) {
-      TARN_LOG_VERBOSE("error tarn header len %lu", size_);
+      TARN_LOG_VERBOSE("error tarn header len %lu", static_cast<unsigned long>(size_));
       return false;
     }
     magic = *take(1);
@@ -44,7 +44,7 @@ class DatagramReader {
   bool read_segment(Segment& seg) {
     const size_t size = size_;
     if (size < 2) {
-      TARN_LOG_WARN("error tarn segment len %lu", size);
+      TARN_LOG_WARN("error tarn segment len %lu", static_cast<unsigned long>(size));
       return false;
     }
     const auto head = static_cast<unsigned char>(*take(1));
@@ -55,7 +55,7 @@ class DatagramReader {
       return false;
     }
     if (size < wire::kSegHeadSize) {
-      TARN_LOG_WARN("error tarn segment len %lu", size);
+      TARN_LOG_WARN("error tarn segment len %lu", static_cast<unsigned long>(size));
       return false;
     }
     const unsigned short length = wire::get_uint16(take(sizeof length));

@@ -5,7 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <list>
+#include <vector>
 
 #include "src/wire_format.h"
 
@@ -14,7 +14,7 @@ struct Feedback {
   bool has_una = false;
   bool has_acks = false;  // also with no acks that fit: the segment is then sent with length 0
   uint16_t una = 0;
-  std::list<unsigned short> acks;
+  std::vector<unsigned short> acks;
 
   size_t una_size() const { return has_una ? wire::kUnaSegSize : 0; }
   size_t ack_size() const {

@@ -1,19 +1,16 @@
 #include "src/recv_window.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <iterator>
 #include <utility>
 #include <vector>
 
+#include "src/datagram_buffer.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/wire_format.h"
 
 namespace {
 
-// Numbers whose room in a full list of acknowledgements is worth a walk through it.
-constexpr size_t kWorthSettling = 64;
 // Bytes at most that are got for a message before they come.
 constexpr size_t kMostReserved = 64 * 1024;
 
@@ -32,6 +29,7 @@ void RecvWindow::log_output(unsigned short seq) {
 }
 
 bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
+  resume();
   log_input(seq, flag);
   const bool last = ends_message(flag);
   if (!started) {
@@ -55,20 +53,18 @@ bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
     mark_una_updated();
     return true;
   }
-  if (!started) start();
-  accept(seq, DataView(data), last);
-  if (has_early_) try_release_buffer();
+  try {
+    accept(seq, DataView(data), last, !started);
+    if (has_early_) try_release_buffer();
+  } catch (...) {
+    is_held_up_ = has_early_;
+    throw;
+  }
   return true;
 }
 
 bool RecvWindow::is_next(unsigned short seq) const {
   return started ? seq == next_of(last_seq) : seq == 0;
-}
-
-void RecvWindow::start() {
-  const oxutils::scoped_lock hold(lock_);
-  started = true;
-  has_news_ = true;
 }
 
 void RecvWindow::mark_una_updated() {
@@ -77,8 +73,9 @@ void RecvWindow::mark_una_updated() {
   has_news_ = true;
 }
 
-void RecvWindow::advance(unsigned short seq) {
+void RecvWindow::advance(unsigned short seq, bool starts) {
   const oxutils::scoped_lock hold(lock_);
+  if (starts) started = true;
   // A jump: what waits may now lie on the other side of last_seq.
   const bool jumps = seq != next_of(last_seq) && seq != last_seq;
   if (jumps && !recv_buffer_.empty()) scattered_ = true;
@@ -91,51 +88,52 @@ void RecvWindow::advance(unsigned short seq) {
 // Delivered past the buffer while a copy waited there: from inside a callback, or before number 0
 // when the whole ring may be waiting. The copy must not surface one wrap later.
 void RecvWindow::drop_stale(unsigned short seq) {
-  Packet stale;
-  if (take_buffered(seq, stale)) unlist(seq);
+  if (!take_buffered(seq).empty()) ack_list.remove(seq);
 }
 
 void RecvWindow::output(Packet& p) {
   log_output(p.seq);
-  accept(p.seq, DataView(p.data), p.flag != 0);
+  accept(p.seq, DataView(p.data), p.flag != 0, false);
 }
 
 // No line is logged between a number's turn and what becomes of its bytes: whoever gets it may feed
 // the next number.
-void RecvWindow::accept(unsigned short seq, DataView&& data, bool last) {
-  advance(seq);
+void RecvWindow::accept(unsigned short seq, DataView&& data, bool last, bool starts) {
   if (!last) {
     stage(data);
+    advance(seq, starts);
     TARN_LOG_VERBOSE("staging seq %u len %d", seq, static_cast<int>(data.size()));
     return;
   }
-  if (is_staging_ || !(data.is_lent() || data.is_exclusive())) {
-    stage(data);
-    data = take_staged();
-  }
+  const bool stands_alone =
+      data.is_lent() ? data.size() <= DatagramBuffer::kOnStack : data.is_exclusive();
+  if (is_staging_ || !stands_alone) data = join(data);
+  advance(seq, starts);
   if (output_callback_) output_callback_(std::move(data));
 }
 
 void RecvWindow::output(unsigned short seq, DataView& data) {
   log_output(seq);
-  advance(seq);
+  advance(seq, false);
   if (output_callback_) output_callback_(DataView(data));
 }
 
+// Either has no effect when it throws.
 void RecvWindow::stage(DataView& fragment) {
   if (!is_staging_) staging.reserve(last_message_size_);
-  is_staging_ = true;
   const size_t size = fragment.size();
-  if (size == 0) return;
-  const char* const bytes = fragment.data();
+  const char* const bytes = size > 0 ? fragment.data() : nullptr;
   staging.insert(staging.end(), bytes, bytes + size);
+  is_staging_ = true;
 }
 
-// Before the message is delivered: its receiver may feed this window again.
-DataView RecvWindow::take_staged() {
+DataView RecvWindow::join(DataView& last) {
+  oxutils::shared_ptr<Block> message = create_block(0);
+  stage(last);
   is_staging_ = false;
   last_message_size_ = std::min(staging.size(), kMostReserved);
-  return DataView(std::exchange(staging, std::vector<char>()));
+  message->adopt(std::exchange(staging, std::vector<char>()));
+  return DataView(std::move(message));
 }
 
 bool RecvWindow::write_to_buffer(Packet&& p) {
@@ -154,64 +152,61 @@ bool RecvWindow::write_to_buffer(Packet&& p) {
   return false;
 }
 
+// Listed again when it is repeated; the packet stored first stays.
 void RecvWindow::store(Packet&& p) {
-  // Listed again when it is repeated; the packet stored first stays.
-  list(p.seq);
-  if (find_buffered(p.seq) != recv_buffer_.end()) return;
-  if (!SeqLatter()(last_seq, p.seq)) scattered_ = true;
-  const auto inserted = recv_buffer_.try_emplace(p.seq);
-  if (!inserted.second) return;  // the number half the ring away counts as the same key
-  has_early_ = true;
-  p.data.deep_copy();
-  inserted.first->second = std::move(p);
-}
-
-void RecvWindow::try_release_buffer() {
-  Packet packet;
-  while (take_next(packet)) {
-    log_output(packet.seq);
-    const bool fed_meanwhile = packet.seq != next_of(last_seq);
-    if (!fed_meanwhile) accept(packet.seq, std::move(packet.data), packet.flag != 0);
-    const oxutils::scoped_lock hold(lock_);
-    unlist(packet.seq);
+  const unsigned short seq = p.seq;
+  if (find_buffered(seq) == recv_buffer_.end()) {
+    p.data.deep_copy();
+    // The number half the ring away counts as the same key.
+    if (recv_buffer_.try_emplace(seq, std::move(p)).second) has_early_ = true;
+    if (!SeqLatter()(last_seq, seq)) scattered_ = true;
   }
-}
-
-bool RecvWindow::take_next(Packet& p) {
-  const oxutils::scoped_lock hold(lock_);
-  return take_buffered(next_of(last_seq), p);
-}
-
-void RecvWindow::list(unsigned short seq) {
-  const bool was_unlisted = std::find(unlisted_.begin(), unlisted_.end(), seq) != unlisted_.end();
-  const bool is_full = ack_list.size() >= wire::kMaxAcks;
-  // Goes through the whole list: not for every segment that a peer may send.
-  if (was_unlisted || (is_full && unlisted_.size() >= kWorthSettling)) settle_ack_list();
-  if (ack_list.size() < wire::kMaxAcks) ack_list.push_back(seq);
+  ack_list.add(seq);
   has_news_ = true;
 }
 
-void RecvWindow::unlist(unsigned short seq) {
-  if (!ack_list.empty()) unlisted_.push_back(seq);
+void RecvWindow::try_release_buffer() {
+  for (PacketMap::node_type next = take_next(); !next.empty(); next = take_next()) {
+    Packet& packet = next.mapped();
+    try {
+      log_output(packet.seq);
+      // Whoever got the log line may have fed the same segment.
+      if (packet.seq == next_of(last_seq)) {
+        accept(packet.seq, std::move(packet.data), packet.flag != 0, false);
+      }
+    } catch (...) {
+      is_held_up_ = true;
+      settle(std::move(next));
+      throw;
+    }
+    settle(std::move(next));
+  }
+  is_held_up_ = false;
 }
 
-void RecvWindow::settle_ack_list() {
-  if (unlisted_.empty()) return;
-  std::vector<unsigned short> gone;
-  gone.swap(unlisted_);
-  std::sort(gone.begin(), gone.end());
-  ack_list.remove_if(
-      [&gone](unsigned short seq) { return std::binary_search(gone.begin(), gone.end(), seq); });
+PacketMap::node_type RecvWindow::take_next() {
+  const oxutils::scoped_lock hold(lock_);
+  return take_buffered(next_of(last_seq));
 }
 
-bool RecvWindow::take_buffered(unsigned short seq, Packet& p) {
-  if (recv_buffer_.empty()) return false;
+void RecvWindow::settle(PacketMap::node_type taken) {
+  const unsigned short seq = taken.key();
+  const oxutils::scoped_lock hold(lock_);
+  if (seq != next_of(last_seq)) {
+    ack_list.remove(seq);
+    return;
+  }
+  recv_buffer_.insert(std::move(taken));
+  has_early_ = true;
+}
+
+PacketMap::node_type RecvWindow::take_buffered(unsigned short seq) {
+  if (recv_buffer_.empty()) return PacketMap::node_type();
   const PacketMap::iterator found = find_buffered(seq);
-  if (found == recv_buffer_.end()) return false;
-  p = std::move(found->second);
-  recv_buffer_.erase(found);
+  if (found == recv_buffer_.end()) return PacketMap::node_type();
+  PacketMap::node_type taken = recv_buffer_.extract(found);
   if (recv_buffer_.empty()) has_early_ = scattered_ = false;
-  return true;
+  return taken;
 }
 
 PacketMap::iterator RecvWindow::find_buffered(unsigned short seq) {
@@ -228,14 +223,6 @@ bool RecvWindow::take_una(unsigned short& una) {
   return true;
 }
 
-bool RecvWindow::take_acks(std::list<unsigned short>& out, unsigned long max) {
-  settle_ack_list();
-  if (ack_list.empty()) return false;
-  const auto count = static_cast<std::ptrdiff_t>(std::min<unsigned long>(max, ack_list.size()));
-  out.splice(out.end(), ack_list, ack_list.begin(), std::next(ack_list.begin(), count));
-  return true;
-}
-
 void RecvWindow::log_una(bool taken, unsigned short una) {
   if (taken) {
     TARN_LOG_VERBOSE("got una %u", una);
@@ -247,7 +234,6 @@ void RecvWindow::log_una(bool taken, unsigned short una) {
 bool RecvWindow::has_feedback() {
   if (!has_news_) return false;
   const oxutils::scoped_lock hold(lock_);
-  settle_ack_list();
   return (started && una_updated) || !ack_list.empty();
 }
 
@@ -256,8 +242,11 @@ void RecvWindow::take_feedback(unsigned long budget, Feedback& feedback) {
     const oxutils::scoped_lock hold(lock_);
     feedback.has_una = take_una(feedback.una);
     if (feedback.has_una) budget -= wire::kUnaSegSize;
-    if (!ack_list.empty()) {
-      feedback.has_acks = take_acks(feedback.acks, Feedback::max_acks(budget));
+    feedback.has_acks = !ack_list.empty();
+    if (feedback.has_acks) {
+      const size_t count = std::min<unsigned long>(Feedback::max_acks(budget), ack_list.size());
+      feedback.acks.reserve(count);
+      ack_list.take(count, feedback.acks);
     }
     has_news_ = !ack_list.empty();
   }
@@ -278,13 +267,17 @@ bool RecvWindow::get_una(unsigned short& una) {
 
 bool RecvWindow::get_ack(std::list<unsigned short>& out, unsigned long max) {
   const oxutils::scoped_lock hold(lock_);
-  return take_acks(out, max);
+  if (ack_list.empty()) return false;
+  ack_list.take(std::min<unsigned long>(max, ack_list.size()), out);
+  return true;
 }
 
 bool RecvWindow::get_ack(std::list<unsigned short>& out) {
   const oxutils::scoped_lock hold(lock_);
-  settle_ack_list();
   if (ack_list.empty()) return false;
-  ack_list.swap(out);
+  std::list<unsigned short> taken;
+  ack_list.take(ack_list.size(), taken);
+  taken.swap(out);
+  for (const unsigned short seq : taken) ack_list.add(seq);
   return true;
 }

@@ -9,15 +9,25 @@
 #include "oxutils/callback.h"
 #include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
+#include "src/ack_list.h"
 #include "src/feedback.h"
 #include "src/packet.h"
 
 // Takes segments in any order, delivers them strictly in order of their numbers, joins fragments,
 // drops what it has seen, holds a bounded number of early ones, and remembers what is to be
-// acknowledged. Part of a session. One thread at a time feeds it (input, both output,
-// write_to_buffer, try_release_buffer); feedback is taken on any thread (has_feedback,
-// take_feedback, get_una, both get_ack).
-// lock_ guards what the two sides share and is never held while the window calls out.
+// acknowledged. Part of a session.
+//
+//   input           one segment: in order, early (write_to_buffer) or a repetition
+//     deliver       the next one in order, then those that waited for it (try_release_buffer)
+//       accept      its bytes: into the message, which the callback gets if it is complete
+//         advance   its number: the last in order from now on
+//
+// What may fail comes before advance(). After it a segment counts as delivered, also when the
+// callback throws; what waits behind it is then released by the next input().
+//
+// One thread at a time feeds it (input, resume, both output, write_to_buffer, try_release_buffer);
+// feedback is taken on any thread (has_feedback, take_feedback, get_una, get_ack). lock_ guards what
+// the two sides share and is never held while the window calls out.
 class RecvWindow {
  public:
   RecvWindow() = default;
@@ -25,12 +35,17 @@ class RecvWindow {
   RecvWindow& operator=(const RecvWindow&) = delete;
 
   // `f` takes each message as one contiguous DataView. Of a message that came whole in a lent
-  // datagram it is lent as well: valid only during the call.
+  // datagram of usual size it is lent as well: valid only during the call.
   void set_output_callback(oxutils::Function f) { output_callback_ = std::move(f); }
 
   // One segment; `flag` is its place in the message. False when it came early and the buffer is
   // full: it is dropped and the peer sends it again.
   bool input(unsigned short seq, DataView& data, unsigned char flag) OX_EXCLUDES(lock_);
+
+  // Releases what an exception has held up.
+  void resume() OX_EXCLUDES(lock_) {
+    if (is_held_up_) try_release_buffer();
+  }
 
   // Takes the next segment in order; delivers the message if it is the last one of it.
   void output(Packet& p) OX_EXCLUDES(lock_);
@@ -62,35 +77,27 @@ class RecvWindow {
   bool deliver(unsigned short seq, const DataView& data, bool last) OX_EXCLUDES(lock_);
   // Whether the stream goes on, or begins, with `seq`.
   bool is_next(unsigned short seq) const;
-  // Makes `seq` the last number in order; delivers the message if it is the last segment of it.
-  void accept(unsigned short seq, DataView&& data, bool last) OX_EXCLUDES(lock_);
-  void start() OX_EXCLUDES(lock_);
-  // Makes `seq` the last number in order.
-  void advance(unsigned short seq) OX_EXCLUDES(lock_);
+  // `starts`: it is the first one of the stream.
+  void accept(unsigned short seq, DataView&& data, bool last, bool starts) OX_EXCLUDES(lock_);
+  void advance(unsigned short seq, bool starts) OX_EXCLUDES(lock_);
   void mark_una_updated() OX_EXCLUDES(lock_);
   void log_input(unsigned short seq, unsigned char flag) const;
   static void log_output(unsigned short seq);
   // Adds a fragment to the message that is being put together.
   void stage(DataView& fragment);
-  // The staged bytes; nothing is staged afterwards.
-  DataView take_staged();
-  // get_una and get_ack without their locking and logging.
+  // The staged bytes and these; nothing is staged afterwards.
+  DataView join(DataView& last);
+  // get_una without its locking and logging.
   bool take_una(unsigned short& una) OX_REQUIRES(lock_);
-  bool take_acks(std::list<unsigned short>& out, unsigned long max) OX_REQUIRES(lock_);
   static void log_una(bool taken, unsigned short una);
   // Lists the number for acknowledgement and keeps the packet, unless it is there already.
   void store(Packet&& p) OX_REQUIRES(lock_);
-  // Forgets a copy of what has been delivered.
   void drop_stale(unsigned short seq) OX_REQUIRES(lock_);
-  // Takes the packet after last_seq from the buffer; false if it is not there.
-  bool take_next(Packet& p) OX_EXCLUDES(lock_);
-  // Remembers to acknowledge `seq`, unless the list is full.
-  void list(unsigned short seq) OX_REQUIRES(lock_);
-  // Nothing is left to acknowledge of `seq`.
-  void unlist(unsigned short seq) OX_REQUIRES(lock_);
-  // Takes what has been unlisted out of ack_list. Whoever looks at the list does this first.
-  void settle_ack_list() OX_REQUIRES(lock_);
-  bool take_buffered(unsigned short seq, Packet& p) OX_REQUIRES(lock_);
+  // What the buffer holds under `seq`, taken from it; empty if that is nothing.
+  PacketMap::node_type take_buffered(unsigned short seq) OX_REQUIRES(lock_);
+  PacketMap::node_type take_next() OX_EXCLUDES(lock_);
+  // Done with what take_next() gave; it goes back if it still is the next one in order.
+  void settle(PacketMap::node_type taken) OX_EXCLUDES(lock_);
   PacketMap::iterator find_buffered(unsigned short seq) OX_REQUIRES(lock_);
 
   // What an idle cycle touches comes first, on as few cache lines as possible.
@@ -106,16 +113,14 @@ class RecvWindow {
   // The buffer holds a number that was not within half the ring after last_seq when it came, so
   // that the map's order cannot be relied on to find things.
   bool scattered_ OX_GUARDED_BY(lock_) = false;
-  std::list<unsigned short> ack_list OX_GUARDED_BY(lock_);  // in order of arrival
-  // Numbers that are still in ack_list, but no longer to be acknowledged. Taken out together: one
-  // by one, the release of a full buffer would go through the whole list for each.
-  std::vector<unsigned short> unlisted_ OX_GUARDED_BY(lock_);
+  AckList ack_list OX_GUARDED_BY(lock_);
   PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
   oxutils::Function output_callback_;
   // Feeding thread only: what has been delivered of a message that is not complete, whether there
   // is one, and how large the last one was, which the next may be like.
   std::vector<char> staging;
   bool is_staging_ = false;
+  bool is_held_up_ = false;  // an exception has kept it from releasing the buffer
   size_t last_message_size_ = 0;
 };
 

@@ -9,7 +9,6 @@
 
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
-#include "src/tarn_session.h"
 #include "src/tarn_thread.h"
 #include "src/tarn_timer.h"
 
@@ -35,67 +34,48 @@ SendWindow::SendWindow() {
                                                 oxutils::Function(this, &SendWindow::resend));
 }
 
-SendWindow::~SendWindow() { delete[] spare_memory_.load(); }
-
-void SendWindow::set_resend_callback(oxutils::Function f) {
+void SendWindow::set_resend_callback(oxutils::Function f, Owner* owner) {
   TARN_LOG_INFO("%p func: %p", static_cast<void*>(this), static_cast<void*>(f.get()));
   const oxutils::scoped_lock hold(lock_);
   resend_callback_ = std::move(f);
-}
-
-void SendWindow::set_owner(const oxutils::weak_ptr<TarnSession>& owner) {
-  const oxutils::scoped_lock hold(lock_);
   owner_ = owner;
 }
 
 bool SendWindow::is_full() const { return count_ >= TarnConfig::instance()->send_window_size; }
 
-bool SendWindow::write(unsigned short seq, SegmentBytes segment) {
+bool SendWindow::write(unsigned short seq, SegmentNode&& segment) {
   const oxutils::scoped_lock hold(lock_);
-  if (is_full()) return false;
-  keep(seq, std::move(segment));
-  return true;
+  const bool has_room = !is_full();
+  if (has_room) {
+    keep(seq, std::move(segment));
+  } else {
+    pool_.give(std::move(segment));
+  }
+  return has_room;
 }
 
 bool SendWindow::write(unsigned short seq, DataView& data) {
+  const size_t size = data.size();
+  SegmentNode segment = pool_.take(size);
   const oxutils::scoped_lock hold(lock_);
   if (is_full()) return false;
   data.deep_copy();
-  SegmentBytes segment = make_segment(data.size());
-  if (segment.size() > 0) memcpy(segment.data(), data.data(), segment.size());
+  if (size > 0) memcpy(segment.mapped().data(), data.data(), size);
   keep(seq, std::move(segment));
   return true;
 }
 
-void SendWindow::keep(unsigned short seq, SegmentBytes&& segment) {
-  Bucket& bucket = buckets[current];
+void SendWindow::keep(unsigned short seq, SegmentNode&& segment) {
   // Counted even where the bucket holds this number already and keeps the old packet.
   ++count_;
-  if (!spares_) spares_ = std::make_unique<Spares>();
-  if (spares_->count == 0) {
-    bucket.try_emplace(seq, std::move(segment));
-    return;
-  }
-  Bucket::node_type& node = spares_->nodes[--spares_->count];
-  node.key() = seq;
-  char* const memory = node.mapped().release();
-  node.mapped() = std::move(segment);
-  bucket.insert(std::move(node));
-  delete[] spare_memory_.exchange(memory);
+  segment.key() = seq;
+  Bucket& bucket = buckets[current];
+  bucket.insert(bucket.end(), std::move(segment));
 }
 
 void SendWindow::drop(Bucket& bucket, Bucket::iterator packet) {
   --count_;
-  if (spares_ && spares_->count < kMaxSpares) {
-    spares_->nodes[spares_->count++] = bucket.extract(packet);
-  } else {
-    bucket.erase(packet);
-  }
-}
-
-void SendWindow::drop_spares() {
-  spares_.reset();
-  delete[] spare_memory_.exchange(nullptr);
+  pool_.give(bucket.extract(packet));
 }
 
 void SendWindow::ack(unsigned short seq) {
@@ -109,21 +89,21 @@ void SendWindow::ack(unsigned short seq) {
 }
 
 void SendWindow::una(unsigned short una) {
-  size_t sizes[kBucketCount][2] = {};
+  const bool is_logged = TarnLog::instance()->enabled(TarnLog::LOG_VERBOSE);
+  unsigned long sizes[kBucketCount][2];
   {
     const oxutils::scoped_lock hold(lock_);
     for (unsigned int i = 0; i < kBucketCount; ++i) {
       Bucket& bucket = buckets[i];
-      if (bucket.empty()) continue;
-      sizes[i][0] = bucket.size();
+      if (is_logged) sizes[i][0] = bucket.size();
       for (auto oldest = bucket.begin(); oldest != bucket.end() && !SeqLatter()(una, oldest->first);
            oldest = bucket.begin()) {
         drop(bucket, oldest);
       }
-      sizes[i][1] = bucket.size();
+      if (is_logged) sizes[i][1] = bucket.size();
     }
   }
-  if (!TarnLog::instance()->enabled(TarnLog::LOG_VERBOSE)) return;
+  if (!is_logged) return;
   for (const auto& size : sizes) {
     TARN_LOG_VERBOSE("send window got una %u,bucket count %lu -> %lu", una, size[0], size[1]);
   }
@@ -162,15 +142,16 @@ bool SendWindow::begin_pass(Pass& pass) {
   pass.bucket = (current + kBucketCount - 1) % kBucketCount;
   current = (current + 1) % kBucketCount;
   if (count_ == 0) {
-    if (spares_) drop_spares();
+    pool_.clear();
     return false;
   }
+  pool_.settle();
   const Bucket& bucket = buckets[pass.bucket];
   if (bucket.empty()) return false;
   pass.seqs.reserve(bucket.size());
   for (const auto& each : bucket) pass.seqs.push_back(each.first);
   pass.emit = resend_callback_;
-  pass.owner = owner_.lock();
+  if (owner_ != nullptr) pass.owner = owner_->hold();
   return true;
 }
 

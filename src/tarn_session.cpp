@@ -30,22 +30,33 @@ void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
 }  // namespace
 
 TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu), number_(next_number()) {
-  const oxutils::Function resend_function(this, &TarnSession::resend);
-  send_window_.set_resend_callback(resend_function);
-  recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::deliver_reliable));
-  TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
-                static_cast<void*>(this), get_conv(), static_cast<void*>(resend_function.get()),
-                static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
+  try {
+    const oxutils::Function resend_function(this, &TarnSession::resend);
+    send_window_.set_resend_callback(resend_function, this);
+    recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::deliver_reliable));
+    TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
+                  static_cast<void*>(this), get_conv(), static_cast<void*>(resend_function.get()),
+                  static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
+  } catch (...) {
+    // The window's timer is on the worker already.
+    TarnThread::instance()->wait(oxutils::Function(this, &TarnSession::retire));
+    throw;
+  }
 }
 
+// The only call that holds back what a log callback throws: there is nothing to go back to.
 TarnSession::~TarnSession() {
-  TARN_LOG_DEBUG("tarn %p conv: %u destroyed", static_cast<void*>(this), get_conv());
+  try {
+    TARN_LOG_DEBUG("tarn %p conv: %u destroyed", static_cast<void*>(this), get_conv());
+  } catch (...) {
+  }
 }
+
+oxutils::shared_ptr<SendWindow::Owner> TarnSession::hold() { return weak_this_.lock(); }
 
 void TarnSession::start() {
   TARN_LOG_INFO("tarn session start %p", static_cast<void*>(this));
   active();
-  send_window_.set_owner(weak_this_);
   const auto period = static_cast<int>(TarnConfig::instance()->rtx_timeout.load());
   // A one-shot that is due together with others runs even if a callback of theirs has cancelled it
   // and destroyed the session.
@@ -80,6 +91,12 @@ void TarnSession::stop(unsigned int delay_ms) {
   mark_stopped();
   cancel_cycle();
   if (!got_bye_) bye();
+}
+
+void TarnSession::retire() {
+  mark_stopped();
+  cancel_cycle();
+  send_window_.stop();
 }
 
 void TarnSession::mark_stopped() {
@@ -152,24 +169,20 @@ void TarnSession::set_error_callback(ErrorCallback callback, void* user) {
   error_cb_.set(callback, user);
 }
 
-void TarnSession::input(DataView packet) {
-  const size_t size = packet.size();
-  input(size > 0 ? packet.data() : nullptr, size);
-}
-
 void TarnSession::input(char* datagram, size_t size) {
   if (!active_unless_stopped()) return;
   DatagramReader reader(datagram, size);
   char magic = 0;
   unsigned char version = 0;
   if (!reader.read_head(magic, version)) return;
+  recv_window_.resume();
   while (reader.has_segment()) {
     DatagramReader::Segment seg;
     if (!reader.read_segment(seg)) break;
     TARN_LOG_DEBUG("%p recv packet type: %u", static_cast<void*>(this), seg.type);
     dispatch(seg);
   }
-  if (reader.rest() > 0) TARN_LOG_WARN("redundant len %lu", reader.rest());
+  if (reader.rest() > 0) TARN_LOG_WARN("redundant len %lu", static_cast<unsigned long>(reader.rest()));
 }
 
 // A handler logs what is wrong with its segment; the others of the datagram are handled all the
@@ -189,10 +202,10 @@ void TarnSession::dispatch(const DatagramReader::Segment& seg) {
       break;
     }
     case wire::kAck:
-      take_ack(Bytes{seg.body, seg.size});
+      got_ack(Bytes{seg.body, seg.size});
       break;
     case wire::kUna:
-      take_una(Bytes{seg.body, seg.size});
+      got_una(Bytes{seg.body, seg.size});
       break;
     case wire::kBye:
       got_bye();
@@ -201,21 +214,12 @@ void TarnSession::dispatch(const DatagramReader::Segment& seg) {
       got_heartbeat();
       break;
     case wire::kConv:
-      take_conv(Bytes{seg.body, seg.size});
+      got_conv(Bytes{seg.body, seg.size});
       break;
     default:
       TARN_LOG_WARN("unkown seg type %u", seg.type);
       break;
   }
-}
-
-TarnSession::Bytes TarnSession::bytes_of(DataView& view) {
-  const size_t size = view.size();
-  return size > 0 ? Bytes{view.data(), size} : Bytes{nullptr, 0};
-}
-
-void TarnSession::output(DataView payload, bool no_feedback) {
-  emit(bytes_of(payload), Bytes{nullptr, 0}, no_feedback ? kWithoutFeedback : kWithFeedback);
 }
 
 void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested) {
@@ -237,7 +241,8 @@ void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, Sto
   const size_t size = wire::kHeaderSize + (conv != 0 ? wire::kConvSegSize : 0) +
                       feedback.una_size() + feedback.ack_size() + head.size + body.size;
   if (size > INT_MAX) {
-    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this), size);
+    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this),
+                   static_cast<unsigned long>(size));
     return;
   }
   DatagramBuffer datagram(size);
@@ -252,6 +257,7 @@ void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, Sto
   if (head.size > 0) memcpy(at, head.data, head.size);
   if (body.size > 0) memcpy(at + head.size, body.data, body.size);
 
-  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this), size);
+  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this),
+                   static_cast<unsigned long>(size));
   callback.function(datagram.data(), static_cast<int>(size), callback.user);
 }

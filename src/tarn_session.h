@@ -2,7 +2,10 @@
 #ifndef TARN_SRC_TARN_SESSION_H_
 #define TARN_SRC_TARN_SESSION_H_
 
+#include <stddef.h>
 #include <stdint.h>
+
+#include <vector>
 
 #include "oxutils/mutex.h"
 #include "oxutils/relaxed.h"
@@ -30,9 +33,9 @@
 // flag, which may be read without; the windows have their own. Callbacks, conversation id and the
 // other flags are read and written without a lock.
 //
-// Traffic goes through buffers of bytes. The operations on DataViews that do the same beside them
-// are for callers that have one.
-class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
+// An exception that a callback throws passes through whatever called out. What has been numbered by
+// then is kept for re-sending, and what has been taken in order counts as delivered.
+class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public SendWindow::Owner {
  public:
   using DataCallback = TarnDataCallback;
   using ErrorCallback = TarnErrorCallback;
@@ -51,12 +54,14 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
 
   // Requires: the worker has been started, since the send window's timer runs on it.
   TarnSession();
-  ~TarnSession();
+  ~TarnSession() override;
   TarnSession(const TarnSession&) = delete;
   TarnSession& operator=(const TarnSession&) = delete;
 
   // Life: tarn_session.cpp.
 
+  // A reference, which the timers keep while they call out; empty if no shared_ptr owns the session.
+  oxutils::shared_ptr<SendWindow::Owner> hold() override;
   // Starts the periodic cycle. Called once, when a shared_ptr owns the session.
   void start();
   // Marks the session stopped, then cancels its timers. From then on traffic calls do nothing.
@@ -64,6 +69,8 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // The same after at most `delay_ms` ms, on the calling thread, for unacknowledged packets to
   // drain.
   void stop(unsigned int delay_ms);
+  // The same without a word, for a session that nobody got. Worker only.
+  void retire();
   // Keeps the session alive until what has been handed to the worker so far has run. Requires: a
   // shared_ptr owns the session.
   void keep_until_worker_has_run();
@@ -87,11 +94,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   unsigned int get_conv() const { return conv_; }
 
   // One received datagram.
-  void input(DataView packet);
   void input(char* datagram, size_t size);
-  // Frames `payload`, which is segments, and emits it; acknowledgements ride along where they fit,
-  // unless `no_feedback`.
-  void output(DataView payload, bool no_feedback);
 
   // Format: tarn_session_wire.cpp.
 
@@ -106,15 +109,10 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // What tarn_check_packet and tarn_read_packet_conv answer.
   static int check_packet(char* data, int len);
   static unsigned int read_conv(char* data, int len);
-  // A conv segment, or nothing while the id is 0.
-  void make_conv(DataView& conv_seg) const;
-  bool got_conv(DataView& body);
 
   // Reliable channel: tarn_session_reliable.cpp.
 
-  // Sends `data`, consuming it, as one segment with `flag` or, if it is too long, as fragments.
-  void send_reliable(DataView& data, unsigned char flag);
-  // The same for one whole message of `size` bytes.
+  // Sends one message of `size` bytes as one segment or, if it is too long, as fragments.
   void send_reliable(const char* data, size_t size) {
     send_message(Bytes{data, size}, wire::kWhole);
   }
@@ -122,7 +120,6 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // is stopped.
   void resend(unsigned short seq, DataView packet, bool* keep);
   bool got_reliable(DataView& segment, unsigned char flag);
-  void recv_reliable(DataView message);
 
   // Unreliable channel: tarn_session_unreliable.cpp.
 
@@ -130,27 +127,49 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   // `buf` holds 12 bytes for the prefix, then `len` bytes. Requires: len >= 6.
   void send_unreliable(char* buf, int len);
   bool got_unreliable(DataView& body);
-  void recv_unreliable(DataView data);
 
   // Feedback, activity and bye: tarn_session_feedback.cpp.
 
-  // Fill either view with a whole segment, or leave it as it is.
-  void make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget);
-  void make_heartbeat(DataView& heartbeat_seg);
   // The two halves of cycle().
   void cycle_feedback();
   void cycle_check_active();
-  bool got_ack(DataView& body);
-  bool got_una(DataView& body);
   void got_bye();
   void got_heartbeat();
   void bye();
+
+  // The same on DataViews, for callers that have one: tarn_session_views.cpp.
+
+  void input(DataView packet);
+  // Frames `payload`, which is segments, and emits it; acknowledgements ride along where they fit,
+  // unless `no_feedback`.
+  void output(DataView payload, bool no_feedback);
+  // Sends `data`, consuming all but the last fragment, as one segment with `flag` or as fragments.
+  void send_reliable(DataView& data, unsigned char flag);
+  // Tell the application, unless the session is stopped.
+  void recv_reliable(DataView message);
+  void recv_unreliable(DataView data);
+  // Bodies of segments.
+  bool got_ack(DataView& body);
+  bool got_una(DataView& body);
+  bool got_conv(DataView& body);
+  // Fill a view with a whole segment, or leave it as it is.
+  void make_conv(DataView& conv_seg) const;
+  void make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget);
+  void make_heartbeat(DataView& heartbeat_seg);
 
  private:
   enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
   // Whether the call has made the locked stopped test already. After that only its own callbacks
   // can stop the session in a way that has to be seen, and a look without the lock sees it.
   enum StoppedTest : bool { kNotTested = false, kTested = true };
+
+  // What goes into one reliable segment.
+  struct Fragment {
+    unsigned short seq;
+    unsigned char flag;
+    Bytes payload;
+  };
+  class Fragments;
 
   static Bytes bytes_of(DataView& view);
 
@@ -165,23 +184,26 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession> {
   void mark_stopped();
   void cancel_cycle();
   void dispatch(const DatagramReader::Segment& seg);
-  bool take_ack(Bytes body);
-  bool take_una(Bytes body);
-  bool take_conv(Bytes body);
+  bool got_ack(Bytes body);
+  bool got_una(Bytes body);
+  bool got_conv(Bytes body);
   // The one place where datagrams are built: header, conv, feedback, then the two pieces.
   void emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested = kNotTested);
   // Everything to tell the peer that fits.
   void gather_feedback(unsigned long budget, Feedback& feedback);
   // Reserves a run of numbers and puts the first into `first`; false, and nothing done, if the
   // session is stopped.
-  bool take_seqs(unsigned long count, unsigned short& first) OX_EXCLUDES(state_mutex_);
+  bool take_seqs(size_t count, unsigned short& first) OX_EXCLUDES(state_mutex_);
   // Both return what was not sent as a fragment before the last one.
   Bytes send_message(Bytes message, unsigned char flag);
-  Bytes send_fragments(Bytes message, unsigned long max_size);
-  // False when the session has been stopped meanwhile.
-  bool send_segment(unsigned short seq, Bytes payload, unsigned char flag);
+  Bytes send_fragments(Bytes message, size_t max_size);
+  // Emits and keeps it, in memory that is large enough. False when the session has been stopped
+  // meanwhile.
+  bool send_segment(const Fragment& fragment, SegmentNode&& node);
+  void keep_unsent(Fragments& fragments, std::vector<SegmentNode>& segments);
+  static void write_segment(SegmentBytes& segment, const Fragment& fragment);
   void overflow();
-  // recv_reliable() and recv_unreliable() for what input() feeds, which has made the locked test.
+  // What input() feeds, which has made the locked test.
   void deliver_reliable(DataView message);
   void deliver_unreliable(DataView& message);
 

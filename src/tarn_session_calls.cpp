@@ -20,6 +20,28 @@ constexpr int kFailed = -1;
 
 void log_kcp() { TARN_LOG_ERROR("kcp not surported"); }
 
+void log_no_output() { TARN_LOG_WARN("tarn_set_output_callback fail,bad tarn %%"); }
+void log_no_recv_reliable(void* handle) {
+  TARN_LOG_WARN("tarn_set_recv_reliable_callback fail,bad tarn %p", handle);
+}
+void log_no_recv_unreliable(void* handle) {
+  TARN_LOG_WARN("tarn_set_recv_unreliable_callback fail,bad tarn %p", handle);
+}
+void log_no_error(void* handle) {
+  TARN_LOG_WARN("tarn_set_error_callback fail,bad tarn %p", handle);
+}
+void log_deletion(void* handle) { TARN_LOG_INFO("tarn %p del", handle); }
+
+// What tarn_del_instance() says of a handle that is not registered.
+void log_no_instance(void* handle) {
+  log_no_output();
+  log_no_recv_reliable(handle);
+  log_no_recv_unreliable(handle);
+  log_no_error(handle);
+  log_kcp();
+  log_deletion(handle);
+}
+
 // Bound with a counted reference: until the deletion has run no other session can have the same
 // address.
 void del_session(SessionPtr session) { tarn_del_instance(session.get()); }
@@ -45,7 +67,7 @@ void tarn_del_instance(void* handle) {
   tarn_set_recv_unreliable_callback(handle, nullptr, nullptr);
   tarn_set_error_callback(handle, nullptr, nullptr);
   tarn_set_recv_kcp_callback(handle, nullptr, nullptr);  // clears nothing; its line is in the log
-  TARN_LOG_INFO("tarn %p del", handle);
+  log_deletion(handle);
   tarn_sessions().remove(handle);
 }
 
@@ -54,7 +76,7 @@ void tarn_destroy_later(void* handle) {
   if (session) {
     post_deletion(std::move(session));
   } else {
-    TarnThread::instance()->run(oxutils::Function(&tarn_del_instance, handle));
+    TarnThread::instance()->run(oxutils::Function(&log_no_instance, handle));
   }
 }
 
@@ -64,7 +86,13 @@ void* tarn_create(void) {
     TARN_LOG_WARN("tarn create failed");
     return nullptr;
   }
-  session->start();
+  try {
+    session->start();
+  } catch (...) {
+    tarn_sessions().remove(session.get());
+    tarn_give_up(session);
+    throw;
+  }
   return session.get();
 }
 
@@ -85,7 +113,7 @@ int tarn_wait_destroy(void* handle, unsigned int wait_ms) {
 void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
-    TARN_LOG_WARN("tarn_set_output_callback fail,bad tarn %%");
+    log_no_output();
     return;
   }
   session->set_output_callback(callback, user);
@@ -94,7 +122,7 @@ void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* use
 void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
-    TARN_LOG_WARN("tarn_set_recv_reliable_callback fail,bad tarn %p", handle);
+    log_no_recv_reliable(handle);
     return;
   }
   session->set_recv_reliable_callback(callback, user);
@@ -103,7 +131,7 @@ void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, vo
 void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
-    TARN_LOG_WARN("tarn_set_recv_unreliable_callback fail,bad tarn %p", handle);
+    log_no_recv_unreliable(handle);
     return;
   }
   session->set_recv_unreliable_callback(callback, user);
@@ -112,7 +140,7 @@ void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, 
 void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
   if (!session) {
-    TARN_LOG_WARN("tarn_set_error_callback fail,bad tarn %p", handle);
+    log_no_error(handle);
     return;
   }
   session->set_error_callback(callback, user);

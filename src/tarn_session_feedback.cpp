@@ -24,19 +24,6 @@ void TarnSession::gather_feedback(unsigned long budget, Feedback& feedback) {
   }
 }
 
-void TarnSession::make_feedback(DataView& ack_seg, DataView& una_seg, unsigned long budget) {
-  Feedback feedback;
-  gather_feedback(budget, feedback);
-  if (feedback.has_una) {
-    una_seg = DataView(feedback.una_size());
-    feedback.put_una(una_seg.data());
-  }
-  if (feedback.has_acks) {
-    ack_seg = DataView(feedback.ack_size());
-    feedback.put_acks(ack_seg.data());
-  }
-}
-
 void TarnSession::cycle_feedback() {
   if (is_stopped_locked()) return;
   Feedback feedback;
@@ -69,11 +56,10 @@ void TarnSession::cycle_check_active() {
   error(TARN_ERROR_INACTIVE);
 }
 
-bool TarnSession::got_ack(DataView& body) { return take_ack(bytes_of(body)); }
-
-bool TarnSession::take_ack(Bytes body) {
+bool TarnSession::got_ack(Bytes body) {
   if (body.size == 0 || body.size % wire::kSeqSize != 0) {
-    TARN_LOG_ERROR("%p error ack size %lu", static_cast<void*>(this), body.size);
+    TARN_LOG_ERROR("%p error ack size %lu", static_cast<void*>(this),
+                   static_cast<unsigned long>(body.size));
     return false;
   }
   for (size_t at = 0; at < body.size; at += wire::kSeqSize) {
@@ -85,11 +71,9 @@ bool TarnSession::take_ack(Bytes body) {
   return true;
 }
 
-bool TarnSession::got_una(DataView& body) { return take_una(bytes_of(body)); }
-
-bool TarnSession::take_una(Bytes body) {
+bool TarnSession::got_una(Bytes body) {
   if (body.size != wire::kSeqSize) {
-    TARN_LOG_ERROR("error una size %lu", body.size);
+    TARN_LOG_ERROR("error una size %lu", static_cast<unsigned long>(body.size));
     return false;
   }
   const unsigned short una = wire::get_uint16(body.data);
@@ -108,9 +92,6 @@ void TarnSession::got_bye() {
 void TarnSession::got_heartbeat() {
   TARN_LOG_INFO("tarn %p got heartbeat", static_cast<void*>(this));
 }
-
-// No heartbeat goes over the wire: any datagram shows that the peer is there.
-void TarnSession::make_heartbeat(DataView&) {}
 
 // Both stops mark the session stopped before they come here, so the segment never leaves: peers
 // notice the end by their own check for silence.

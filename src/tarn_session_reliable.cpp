@@ -4,27 +4,53 @@
 
 #include <algorithm>
 #include <utility>
+#include <vector>
 
 #include "src/datagram_buffer.h"
+#include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/tarn_session.h"
 #include "src/wire_format.h"
 
-void TarnSession::send_reliable(DataView& data, unsigned char flag) {
-  const Bytes message = bytes_of(data);
-  const size_t sent = message.size - send_message(message, flag).size;
-  if (sent > 0) data.consume_front(sent);
-}
+// A message that is sent in pieces, under a run of numbers.
+class TarnSession::Fragments {
+ public:
+  Fragments(Bytes message, size_t max_size, unsigned short first)
+      : rest_(message), max_size_(max_size), seq_(first) {}
+
+  // What has not been taken.
+  Bytes rest() const { return rest_; }
+  bool empty() const { return rest_.size == 0; }
+  bool is_last() const { return rest_.size <= max_size_; }
+
+  // Requires: there is something left.
+  Fragment take() {
+    const Bytes payload{rest_.data, std::min(rest_.size, max_size_)};
+    const Fragment taken{seq_, is_last() ? wire::kLast : flag_, payload};
+    rest_ = Bytes{rest_.data + payload.size, rest_.size - payload.size};
+    flag_ = wire::kMiddle;
+    ++seq_;
+    return taken;
+  }
+
+ private:
+  Bytes rest_;
+  const size_t max_size_;
+  unsigned short seq_;
+  unsigned char flag_ = wire::kFirst;
+};
 
 TarnSession::Bytes TarnSession::send_message(Bytes message, unsigned char flag) {
-  const auto max_size = std::min(static_cast<unsigned long>(mss_), wire::kMaxReliablePayload);
+  if (stopped_) return message;
+  const size_t max_size = std::min(static_cast<size_t>(mss_), wire::kMaxReliablePayload);
   if (message.size > max_size) return send_fragments(message, max_size);
+  SegmentNode segment = send_window_.pool().take(wire::kReliableHeadSize + message.size);
   unsigned short seq = 0;
-  if (take_seqs(1, seq)) send_segment(seq, message, flag);
+  if (take_seqs(1, seq)) send_segment(Fragment{seq, flag, message}, std::move(segment));
   return message;
 }
 
-bool TarnSession::take_seqs(unsigned long count, unsigned short& first) {
+bool TarnSession::take_seqs(size_t count, unsigned short& first) {
   const oxutils::scoped_lock hold(state_mutex_);
   if (stopped_) return false;
   first = send_seq_;
@@ -33,39 +59,69 @@ bool TarnSession::take_seqs(unsigned long count, unsigned short& first) {
 }
 
 // The numbers are reserved at once: a message's fragments have to follow each other, whatever other
-// threads, or callbacks of this one, send in between.
-TarnSession::Bytes TarnSession::send_fragments(Bytes message, unsigned long max_size) {
+// threads, or callbacks of this one, send in between. What the window may keep of it has its memory
+// by then, since a number that is taken and never sent holds up the stream for ever.
+TarnSession::Bytes TarnSession::send_fragments(Bytes message, size_t max_size) {
   if (max_size == 0) {
-    if (is_stopped()) return message;
     TARN_LOG_ERROR("tarn %p cannot send reliable len %lu with mtu 0", static_cast<void*>(this),
-                   message.size);
+                   static_cast<unsigned long>(message.size));
     return message;
   }
-  unsigned short seq = 0;
-  if (!take_seqs((message.size + max_size - 1) / max_size, seq)) return message;
-  unsigned char flag = wire::kFirst;
-  while (message.size > max_size) {
-    const Bytes fragment{message.data, max_size};
-    message = Bytes{message.data + max_size, message.size - max_size};
-    if (!send_segment(seq++, fragment, flag)) return message;
-    flag = wire::kMiddle;
+  const size_t count = (message.size + max_size - 1) / max_size;
+  const size_t kept = std::min<size_t>(count, TarnConfig::instance()->send_window_size);
+  const size_t segment_size = wire::kReliableHeadSize + max_size;
+  std::vector<SegmentNode> segments = send_window_.pool().take(kept, segment_size);
+  unsigned short first = 0;
+  if (!take_seqs(count, first)) return message;
+  Fragments fragments(message, max_size, first);
+  try {
+    for (;;) {
+      const Bytes left = fragments.rest();
+      const bool was_last = fragments.is_last();
+      // More are kept than fit into the window at a time: it is acknowledged meanwhile.
+      if (segments.empty()) segments.push_back(send_window_.pool().take(segment_size));
+      const bool goes_on = send_segment(fragments.take(), std::move(segments.back()));
+      segments.pop_back();
+      if (was_last) return left;
+      if (!goes_on) return fragments.rest();
+    }
+  } catch (...) {
+    if (!segments.empty()) segments.pop_back();  // of the one that was being sent
+    keep_unsent(fragments, segments);
+    throw;
   }
-  send_segment(seq, message, wire::kLast);
-  return message;
 }
 
-bool TarnSession::send_segment(unsigned short seq, Bytes payload, unsigned char flag) {
-  SegmentBytes segment = send_window_.make_segment(wire::kReliableHeadSize + payload.size);
-  wire::put_reliable_head(segment.data(), seq, flag, payload.size);
-  if (payload.size > 0) {
-    memcpy(segment.data() + wire::kReliableHeadSize, payload.data, payload.size);
+// A callback has thrown in the middle of the message: the re-sends bring what did not leave.
+void TarnSession::keep_unsent(Fragments& fragments, std::vector<SegmentNode>& segments) {
+  for (; !segments.empty() && !fragments.empty(); segments.pop_back()) {
+    const Fragment fragment = fragments.take();
+    write_segment(segments.back().mapped(), fragment);
+    send_window_.write(fragment.seq, std::move(segments.back()));
   }
+}
 
-  // Out first, stored after: a packet that meets a full window has still been sent once.
-  emit(Bytes{segment.data(), segment.size()}, Bytes{nullptr, 0}, kWithFeedback, kTested);
-  TARN_LOG_VERBOSE("tarn %p send reliable seq %u len %lu", static_cast<void*>(this), seq,
-                   payload.size);
-  if (!send_window_.write(seq, std::move(segment))) overflow();
+void TarnSession::write_segment(SegmentBytes& segment, const Fragment& fragment) {
+  const Bytes payload = fragment.payload;
+  segment.truncate(wire::kReliableHeadSize + payload.size);
+  wire::put_reliable_head(segment.data(), fragment.seq, fragment.flag, payload.size);
+  if (payload.size > 0) memcpy(segment.data() + wire::kReliableHeadSize, payload.data, payload.size);
+}
+
+bool TarnSession::send_segment(const Fragment& fragment, SegmentNode&& node) {
+  SegmentBytes& segment = node.mapped();
+  write_segment(segment, fragment);
+  try {
+    // Out first, stored after: a packet that meets a full window has still been sent once.
+    emit(Bytes{segment.data(), segment.size()}, Bytes{nullptr, 0}, kWithFeedback, kTested);
+    TARN_LOG_VERBOSE("tarn %p send reliable seq %u len %lu", static_cast<void*>(this), fragment.seq,
+                     static_cast<unsigned long>(fragment.payload.size));
+  } catch (...) {
+    // Its number is taken: without it the stream would never go on.
+    send_window_.write(fragment.seq, std::move(node));
+    throw;
+  }
+  if (!send_window_.write(fragment.seq, std::move(node))) overflow();
   return active_unless_stopped();
 }
 
@@ -94,10 +150,6 @@ bool TarnSession::got_reliable(DataView& segment, unsigned char flag) {
   TARN_LOG_DEBUG("tarn %p got reliable seq %u", static_cast<void*>(this), seq);
   if (!recv_window_.input(seq, segment, flag)) error(TARN_ERROR_RECV_REJECTED);
   return true;
-}
-
-void TarnSession::recv_reliable(DataView message) {
-  if (!is_stopped()) deliver_reliable(std::move(message));
 }
 
 void TarnSession::deliver_reliable(DataView message) {

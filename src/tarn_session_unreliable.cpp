@@ -32,10 +32,12 @@ void TarnSession::send_unreliable(char* buf, int len) {
   }
   const size_t size = static_cast<size_t>(len) + wire::kNocpPrefixSize;
   if (size > INT_MAX) {
-    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this), size);
+    TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this),
+                   static_cast<unsigned long>(size));
     return;
   }
-  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this), size);
+  TARN_LOG_VERBOSE("tarn %p output size %lu", static_cast<void*>(this),
+                   static_cast<unsigned long>(size));
   callback.function(buf, static_cast<int>(size), callback.user);
 }
 
@@ -48,10 +50,6 @@ bool TarnSession::got_unreliable(DataView& body) {
   }
   deliver_unreliable(body);
   return true;
-}
-
-void TarnSession::recv_unreliable(DataView data) {
-  if (!is_stopped()) deliver_unreliable(data);
 }
 
 void TarnSession::deliver_unreliable(DataView& data) {

@@ -77,18 +77,9 @@ unsigned int TarnSession::read_conv(char* data, int len) {
   return 0;
 }
 
-void TarnSession::make_conv(DataView& conv_seg) const {
-  const unsigned int conv = conv_;
-  if (conv == 0) return;
-  conv_seg = DataView(wire::kConvSegSize);
-  wire::put_conv_segment(conv_seg.data(), conv);
-}
-
-bool TarnSession::got_conv(DataView& body) { return take_conv(bytes_of(body)); }
-
-bool TarnSession::take_conv(Bytes body) {
+bool TarnSession::got_conv(Bytes body) {
   if (body.size < wire::kConvBodySize) {
-    TARN_LOG_ERROR("error conv size %lu", body.size);
+    TARN_LOG_ERROR("error conv size %lu", static_cast<unsigned long>(body.size));
     return false;
   }
   const unsigned int received = wire::get_uint32(body.data);

@@ -39,6 +39,9 @@ class shared_ptr {
       : shared_ptr(other.px_, other.block_) {
     acquire();
   }
+  template <typename U, typename = std::enable_if_t<std::is_convertible<U*, T*>::value>>
+  shared_ptr(shared_ptr<U>&& other) noexcept  // NOLINT(google-explicit-constructor)
+      : px_(std::exchange(other.px_, nullptr)), block_(std::exchange(other.block_, nullptr)) {}
 
   ~shared_ptr() { release(); }
 

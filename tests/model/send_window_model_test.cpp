@@ -35,8 +35,8 @@ class LibrarySendWindow : public SendSide {
     return kept;
   }
   bool give_away(uint16_t seq, const std::string& packet) override {
-    SegmentBytes segment = window_->make_segment(packet.size());
-    packet.copy(segment.data(), packet.size());
+    SegmentNode segment = window_->pool().take(packet.size());
+    packet.copy(segment.mapped().data(), packet.size());
     return window_->write(seq, std::move(segment));
   }
   void ack(uint16_t seq) override { window_->ack(seq); }
