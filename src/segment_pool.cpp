@@ -1,6 +1,7 @@
 #include "src/segment_pool.h"
 
 #include <algorithm>
+#include <cstddef>
 
 SegmentNode SegmentPool::make_node() {
   SegmentMap maker;
@@ -39,7 +40,8 @@ void SegmentPool::settle() {
   const TryFlag<>::Entry entry(flag_);
   if (!entry) return;
   made_ -= std::min(made_, unused_);
-  for (; unused_ > 0; --unused_) spares_.pop_back();
+  // The last ones in are the first ones out, so these are what has not moved.
+  spares_.erase(spares_.begin(), spares_.begin() + static_cast<std::ptrdiff_t>(unused_));
   unused_ = spares_.size();
 }
 

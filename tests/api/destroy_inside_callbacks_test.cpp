@@ -1,4 +1,7 @@
 // A session destroyed inside its own callbacks, on every thread on which they run.
+#include <stdio.h>
+#include <string.h>
+
 #include <atomic>
 
 #include "tests/support/session_fixture.h"
@@ -297,6 +300,72 @@ TEST_F(DestroyInside, LogCallbackBetweenGatheringAndSending) {
 
   tarn_set_log_callback(0, nullptr);
   EXPECT_EQ(sent_.count(), 0u);
+}
+
+namespace {
+
+// A session that is used by whoever sees it in the log, before tarn_create() has returned.
+struct Early {
+  VirtualClock* clock = nullptr;
+  void* handle = nullptr;
+  std::atomic<int> emissions{0};
+  std::atomic<bool> created{false};
+  std::atomic<bool> destroyed{false};
+  std::atomic<bool> gone{false};           // its destructor has run
+  std::atomic<bool> gone_too_early{false};  // inside the re-send pass
+
+  static int on_output(char*, int, void* self) {
+    auto* const early = static_cast<Early*>(self);
+    if (++early->emissions != 2) return 0;
+    // The re-send pass, on the worker.
+    wait_until([early] { return early->created.load(); });
+    tarn_destroy(early->handle);
+    early->gone_too_early = early->gone.load();
+    early->destroyed = true;
+    return 0;
+  }
+
+  void use() {
+    char message[] = "x";
+    tarn_set_output_callback(handle, &Early::on_output, this);
+    tarn_send_reliable(handle, message, 1);
+    // Until a re-send pass is under way.
+    wait_until([this] {
+      clock->advance_ms(30);
+      return emissions >= 2;
+    });
+  }
+};
+
+Early* early = nullptr;
+
+void use_early(const char* line) {
+  void* seen = nullptr;
+  if (early->handle == nullptr && sscanf(line, "tarn session start %p", &seen) == 1) {
+    early->handle = seen;
+    early->use();
+  } else if (strstr(line, " destroyed") != nullptr && early->handle != nullptr &&
+             strstr(line, text("tarn %p ", early->handle).c_str()) != nullptr) {
+    early->gone = true;
+  }
+}
+
+using EarlyUse = SessionFixture;
+
+}  // namespace
+
+TEST_F(EarlyUse, ReSendPassThatBeganBeforeTheCreationEndedHoldsTheSession) {
+  Early used;
+  used.clock = &clock_;
+  early = &used;
+  tarn_set_log_callback(4, use_early);
+  EXPECT_NE(tarn_create(), nullptr);
+  used.created = true;
+  EXPECT_TRUE(wait_until([&used] { return used.destroyed.load(); }));
+  EXPECT_TRUE(wait_until([&used] { return used.gone.load(); }));
+  EXPECT_FALSE(used.gone_too_early);
+  tarn_set_log_callback(0, nullptr);
+  settle();
 }
 
 namespace {

@@ -47,6 +47,22 @@ void count_unreliable_in_place(const char* name, size_t size) {
   require(pair.right.received() == path.all_rounds(), path, "messages were lost");
 }
 
+// Messages that are acknowledged together, `count` of them at a time; the answer carries the una.
+void count_under_way(const char* name, size_t size, int messages) {
+  constexpr unsigned int kDefaultWindow = 32;
+  tarn_config_send_window_size(1024);
+  Pair pair;
+  std::vector<char> message(size, 'x');
+  std::vector<char> answer(1, 'x');
+  const Path path{name, 8, messages, 8};
+  count(path, [&] {
+    for (int i = 0; i < messages; ++i) pair.left.send_reliable(message);
+    pair.right.send_unreliable(answer);
+  });
+  require(pair.left.errors() == 0, path, "the window overflowed");
+  tarn_config_send_window_size(kDefaultWindow);
+}
+
 // More fragments than a window of the default size has room for.
 void count_fragmented() {
   constexpr unsigned int kDefaultWindow = 32;
@@ -75,6 +91,9 @@ void count_messages() {
   count_reliable("reliable_64", 64, kRounds);
   count_reliable("reliable_1024", 1024, kRounds);
   count_reliable("reliable_8192", 8192, kRounds / 4);
+  count_under_way("reliable_8192_4_under_way", 8192, 4);
+  count_under_way("reliable_8192_16_under_way", 8192, 16);
+  count_under_way("reliable_8192_32_under_way", 8192, 32);
   count_fragmented();
   count_overflow();
   count_unreliable("unreliable_64", 64);

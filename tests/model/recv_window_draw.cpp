@@ -44,7 +44,8 @@ RecvOp draw_feedback(Random& random) {
   constexpr uint64_t kBudgets[] = {6,  7,  8,  9,  10,   11,         12,          13,
                                    14, 20, 31, 64, 1400, 4294967295, ~uint64_t{0}};
   constexpr RecvOp::Kind kKinds[] = {RecvOp::kUna,      RecvOp::kAcks,     RecvOp::kAllAcks,
-                                     RecvOp::kFeedback, RecvOp::kFeedback, RecvOp::kFeedback};
+                                     RecvOp::kFeedback, RecvOp::kFeedback, RecvOp::kFeedback,
+                                     RecvOp::kLook,     RecvOp::kLook,     RecvOp::kLook};
   RecvOp op;
   op.kind = random.pick(kKinds);
   if (op.kind == RecvOp::kAcks) op.number = random.below(6);
@@ -86,6 +87,30 @@ RecvOp draw_recv_op(Random& random, const ModelRecvWindow& window) {
     }
   }
   return op;
+}
+
+std::vector<RecvOp> draw_recv_fill(Random& random, const ModelRecvWindow& window) {
+  constexpr uint64_t kAll = 65535;
+  const int next = window.started() ? window.last() + 1 : 0;
+  std::vector<RecvOp> ops;
+  const auto add = [&ops](RecvOp::Kind kind, int seq, uint64_t number) {
+    ops.emplace_back();
+    ops.back().kind = kind;
+    ops.back().seq = at(seq);
+    ops.back().number = number;
+  };
+  add(RecvOp::kLimit, 0, 32);
+  const int repeated = next + 1 + static_cast<int>(random.below(3));
+  add(RecvOp::kRepeat, repeated, random.between(32760, 32780));
+  for (int seq = next; seq <= next + 3; ++seq) {
+    if (random.chance(80)) add(RecvOp::kInput, seq, 0);
+  }
+  for (uint64_t i = random.below(4); i > 0; --i) {
+    add(RecvOp::kInput, next + 5 + static_cast<int>(random.below(5)), 0);
+  }
+  add(RecvOp::kAcks, 0, random.chance(50) ? kAll : random.below(10));
+  add(RecvOp::kAcks, 0, kAll);
+  return ops;
 }
 
 std::vector<RecvOp> draw_recv_start(Random& random) {

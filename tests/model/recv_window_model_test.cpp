@@ -14,6 +14,7 @@ namespace tarn_model {
 namespace {
 
 constexpr uint32_t kDefaultLimit = 32;
+constexpr uint64_t kOpsPerFill = 20'000;  // on average
 
 class LibraryRecvWindow : public RecvSide {
  public:
@@ -127,8 +128,14 @@ class RecvPair {
   using Op = RecvOp;
 
   Op draw(Random& random) {
-    if (drawn_ == 0) start_ = draw_recv_start(random);
-    return drawn_ < start_.size() ? start_[drawn_++] : draw_recv_op(random, model_.window);
+    if (fresh_) {
+      planned_ = draw_recv_start(random);
+    } else if (drawn_ == planned_.size() && random.below(kOpsPerFill) == 0) {
+      planned_ = draw_recv_fill(random, model_.window);
+      drawn_ = 0;
+    }
+    fresh_ = false;
+    return drawn_ < planned_.size() ? planned_[drawn_++] : draw_recv_op(random, model_.window);
   }
 
   std::string step(const Op& op) {
@@ -144,8 +151,9 @@ class RecvPair {
  private:
   ModelSide model_;
   LibraryRecvWindow library_;
-  std::vector<RecvOp> start_;
-  size_t drawn_ = 0;
+  bool fresh_ = true;
+  std::vector<RecvOp> planned_;
+  size_t drawn_ = 0;  // of these
 };
 
 TEST(RecvWindowModel, AgreesWithTheLibraryStepByStep) {

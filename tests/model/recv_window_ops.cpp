@@ -34,6 +34,8 @@ std::string describe_one(const RecvOp& op) {
       return "get_ack()";
     case RecvOp::kFeedback:
       return "take_feedback(" + number + ")";
+    case RecvOp::kLook:
+      return "has_feedback()";
     case RecvOp::kLimit:
       return "recv_window_size = " + number;
     case RecvOp::kCallback:
@@ -103,6 +105,9 @@ void RecvSide::apply(const RecvOp& op) {
     case RecvOp::kFeedback:
       do_feedback(op);
       break;
+    case RecvOp::kLook:
+      add({What::kResult, has_feedback(), "has feedback"});
+      break;
     case RecvOp::kLimit:
       set_limit(static_cast<uint32_t>(op.number));
       break;
@@ -111,7 +116,6 @@ void RecvSide::apply(const RecvOp& op) {
       break;
   }
   inside_.clear();
-  add({What::kResult, has_feedback(), "has feedback"});
 }
 
 void RecvSide::do_input(const RecvOp& op) {

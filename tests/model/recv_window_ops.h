@@ -24,6 +24,7 @@ struct RecvOp {
     kAcks,  // at most `number`
     kAllAcks,
     kFeedback,  // a budget of `number` bytes
+    kLook,      // whether there is anything to report
     kLimit,
     kCallback,  // 0 for none
   };
@@ -75,6 +76,8 @@ class RecvSide {
 };
 
 RecvOp draw_recv_op(Random& random, const ModelRecvWindow& window);
+// Fills the list of numbers to acknowledge, releases some of it and adds others.
+std::vector<RecvOp> draw_recv_fill(Random& random, const ModelRecvWindow& window);
 // Brings a fresh window to a place on the ring.
 std::vector<RecvOp> draw_recv_start(Random& random);
 
