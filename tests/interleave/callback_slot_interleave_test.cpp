@@ -51,7 +51,7 @@ struct ReadBesideTwoChanges : Scenario {
 };
 
 TEST(CallbackSlotInterleaving, AReaderBesideTwoChangesGetsAPair) {
-  expect_holds(explore<ReadBesideTwoChanges<ModelAtomic>>(2, 5), 10000);
+  expect_holds<ReadBesideTwoChanges<ModelAtomic>>(2, 5, 10000);
 }
 
 TEST(CallbackSlotInterleaving, WithoutOrdersAPairIsTorn) {
@@ -71,6 +71,6 @@ struct TwoWriters : Scenario {
   Slot<ModelAtomic> slot;
 };
 
-TEST(CallbackSlotInterleaving, WritersTakeTurns) { expect_holds(explore<TwoWriters>(3, 3), 10000); }
+TEST(CallbackSlotInterleaving, WritersTakeTurns) { expect_holds<TwoWriters>(3, 3, 10000); }
 
 }  // namespace

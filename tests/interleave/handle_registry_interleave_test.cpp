@@ -92,11 +92,11 @@ struct HoldBesideReuse : RegistryScenario<Atomic> {
 };
 
 TEST(HandleRegistryInterleaving, AHoldBesideRemovalAndReuseOfItsEntry) {
-  expect_holds(explore<HoldBesideReuse<ModelAtomic>>(2, 4), 1000);
+  expect_holds<HoldBesideReuse<ModelAtomic>>(2, 4, 1000);
 }
 
 TEST(HandleRegistryInterleaving, TwoHoldsBesideRemovalAndReuseOfTheirEntry) {
-  expect_holds(explore<HoldBesideReuse<ModelAtomic>>(3, 3), 1000);
+  expect_holds<HoldBesideReuse<ModelAtomic>>(3, 3, 1000);
 }
 
 struct RemoveTwice : RegistryScenario<ModelAtomic> {
@@ -115,7 +115,7 @@ struct RemoveTwice : RegistryScenario<ModelAtomic> {
 };
 
 TEST(HandleRegistryInterleaving, OneOfTwoRemovesAndNobodyRetiresTwice) {
-  expect_holds(explore<RemoveTwice>(3, 4), 1000);
+  expect_holds<RemoveTwice>(3, 4, 1000);
 }
 
 // The same handle again, at once; what an old hold retires may be in its next life.
@@ -133,7 +133,7 @@ struct SameHandleAgain : RegistryScenario<ModelAtomic> {
 };
 
 TEST(HandleRegistryInterleaving, AHandleThatIsUsedAgainAtOnce) {
-  expect_holds(explore<SameHandleAgain>(2, 4), 1000);
+  expect_holds<SameHandleAgain>(2, 4, 1000);
 }
 
 // So many that one more makes the cache grow.
@@ -159,8 +159,6 @@ struct Growth : RegistryScenario<ModelAtomic> {
   }
 };
 
-TEST(HandleRegistryInterleaving, TheCacheGrowsUnderReaders) {
-  expect_holds(explore<Growth>(2, 3), 100);
-}
+TEST(HandleRegistryInterleaving, TheCacheGrowsUnderReaders) { expect_holds<Growth>(2, 3, 100); }
 
 }  // namespace

@@ -44,12 +44,10 @@ struct Turns : TurnScenario<Atomic> {
 };
 
 TEST(WorkerTurnInterleaving, OneAtATimeAndNobodyWaitsForEver) {
-  expect_holds(explore<Turns<ModelAtomic>>(2, 100), 1000);
+  expect_holds<Turns<ModelAtomic>>(2, 100, 1000);
 }
 
-TEST(WorkerTurnInterleaving, TwoThreadsMayUpdate) {
-  expect_holds(explore<Turns<ModelAtomic>>(3, 5), 1000);
-}
+TEST(WorkerTurnInterleaving, TwoThreadsMayUpdate) { expect_holds<Turns<ModelAtomic>>(3, 5, 1000); }
 
 TEST(WorkerTurnInterleaving, WithoutOrdersATurnMissesTheOnesBefore) {
   EXPECT_EQ(explore<Turns<UnorderedAtomic>>(2, 4).broken, "a turn sees the ones before it");
@@ -81,7 +79,7 @@ struct PostedWork : TurnScenario<ModelAtomic> {
 };
 
 TEST(WorkerTurnInterleaving, WhatIsPostedIsDoneBesideAnUpdate) {
-  expect_holds(explore<PostedWork>(3, 4), 1000);
+  expect_holds<PostedWork>(3, 4, 1000);
 }
 
 }  // namespace
