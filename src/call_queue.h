@@ -23,15 +23,17 @@ class CallQueue {
     return true;
   }
 
-  // Runs what has been appended so far, in order; later arrivals belong to the next time.
-  void run_all() OX_EXCLUDES(lock_) {
-    if (!has_calls_.load(std::memory_order_acquire)) return;
+  // Runs what has been appended so far, in order; later arrivals belong to the next time. False
+  // when there was nothing.
+  bool run_all() OX_EXCLUDES(lock_) {
+    if (!has_calls_.load(std::memory_order_acquire)) return false;
     for (oxutils::Function& each : take_all()) {
       // Released one by one, not as a batch: what a function keeps alive goes right after it has
       // run.
       const oxutils::Function f = std::move(each);
       f();
     }
+    return true;
   }
 
   void open() OX_EXCLUDES(lock_) {

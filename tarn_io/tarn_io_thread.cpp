@@ -14,6 +14,8 @@ constexpr int kMaxTimeout = 10000;  // ms
 constexpr int kMinTimeout = 20;     // ms
 // While the wake-up cannot be had, for want of descriptors: passes from one attempt to the next.
 constexpr unsigned int kPassesToRetry = 10;
+// ms, then; calls come in a row, each after a wait for the one before
+constexpr unsigned int kNextCallTimeout = 1;
 
 }  // namespace
 
@@ -104,7 +106,7 @@ unsigned int TarnIoThread::next_timeout() {
   if (!wake_up_.is_open()) {
     // Soon even if it is there now: nothing has woken the thread for what was handed over before.
     if (passes_without_wake_up_++ % kPassesToRetry == 0) wake_up_.init();
-    return kMinTimeout;
+    return has_run_calls_ ? kNextCallTimeout : kMinTimeout;
   }
   // A derived class may have timers.
   const auto timeout = static_cast<unsigned int>(std::max(get_timeout(), kMinTimeout));
@@ -113,7 +115,7 @@ unsigned int TarnIoThread::next_timeout() {
   return kMaxTimeout;
 }
 
-void TarnIoThread::do_pendings() { pendings_.run_all(); }
+void TarnIoThread::do_pendings() { has_run_calls_ = pendings_.run_all(); }
 
 void TarnIoThread::run(oxutils::Function f) {
   if (!has_thread_) start();

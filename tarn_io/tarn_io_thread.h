@@ -69,7 +69,8 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   oxutils::unique_ptr<oxutils::thread> thread_ OX_GUARDED_BY(thread_lock_);
   bool prepared_ OX_GUARDED_BY(thread_lock_) = false;  // the thread is still to be created
   TarnWakeUp wake_up_;
-  unsigned int passes_without_wake_up_ = 0;  // I/O thread only
+  unsigned int passes_without_wake_up_ = 0;      // I/O thread only
+  oxutils::relaxed<bool> has_run_calls_{false};  // the last time that somebody looked for them
   // Closed when the loop has ended: callers then run their functions themselves.
   CallQueue pendings_;
   oxutils::relaxed<int> running_{0};
