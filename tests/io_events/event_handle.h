@@ -2,6 +2,7 @@
 #ifndef TARN_TESTS_IO_EVENTS_EVENT_HANDLE_H_
 #define TARN_TESTS_IO_EVENTS_EVENT_HANDLE_H_
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -44,6 +45,7 @@ class EventHandle {
   // Brings the event about, unless it was there from the beginning.
   void happen();
   TarnIo& io() { return *io_; }
+  uint16_t peer_port() const { return port_of(ends_.far.get()); }
 
   int readable = 0;
   int writeable = 0;

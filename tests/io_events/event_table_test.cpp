@@ -177,4 +177,26 @@ TEST(EventTable, AnEndThatWasRememberedCountsAsToldWhenACallbackIsSet) {
   EXPECT_EQ(handle.readable, 2) << "what was remembered, and once for the watch";
 }
 
+// A rest after the error would keep it waiting.
+TEST(EventTable, ADatagramAfterAnErrorIsReadInTheNextPassWhoeverWatchesForErrors) {
+  for (const char* const error : {"-", "0", "e"}) {
+    SCOPED_TRACE(error);
+    EventHandle handle(Event::kUdpRefused);
+    const uint16_t peer_port = handle.peer_port();
+    handle.watch({'r', '-', *error});
+    handle.happen();
+    poll_once();
+    OwnedFd peer = udp_on_loopback(peer_port);
+    ASSERT_GE(peer.get(), 0);
+
+    send_text_to(peer.get(), port_of(handle.io().get_sock().fd()), "datagram");
+    poll_once();
+
+    EXPECT_EQ(handle.readable, 1);
+    char buffer[16];
+    EXPECT_EQ(handle.io().read(buffer, sizeof buffer), -1) << "the error comes first";
+    EXPECT_EQ(handle.io().read(buffer, sizeof buffer), 8);
+  }
+}
+
 }  // namespace tarn_test

@@ -29,10 +29,10 @@ Address loopback(uint16_t port) {
   return address;
 }
 
-OwnedFd bound(int type) {
+OwnedFd bound(int type, uint16_t port = 0) {
   OwnedFd fd(socket(AF_INET, type, 0));
-  const Address any_port = loopback(0);
-  if (bind(fd.get(), &any_port.any, sizeof any_port.v4) != 0) fd.reset();
+  const Address address = loopback(port);
+  if (bind(fd.get(), &address.any, sizeof address.v4) != 0) fd.reset();
   return fd;
 }
 
@@ -78,7 +78,7 @@ int socket_option(int fd, int name) {
   return value;
 }
 
-OwnedFd udp_on_loopback() { return bound(SOCK_DGRAM); }
+OwnedFd udp_on_loopback(uint16_t port) { return bound(SOCK_DGRAM, port); }
 
 OwnedFd tcp_listener_on_loopback() {
   OwnedFd fd = bound(SOCK_STREAM);

@@ -49,7 +49,8 @@ uint16_t port_of(int fd);
 // The value of an integer option at SOL_SOCKET.
 int socket_option(int fd, int name);
 
-OwnedFd udp_on_loopback();
+// On any free port; on this one, or -1.
+OwnedFd udp_on_loopback(uint16_t port = 0);
 OwnedFd tcp_listener_on_loopback();
 Ends udp_ends();
 Ends tcp_ends();
