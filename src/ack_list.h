@@ -5,8 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
-#include <array>
-#include <memory>
+#include <unordered_map>
 #include <vector>
 
 #include "src/wire_format.h"
@@ -36,10 +35,10 @@ class AckList {
   void take(size_t count, List& out) {
     for (; count > 0; ++head_) {
       const unsigned short seq = entries_[head_];
-      Number& number = number_of(seq);
-      if (!number.has(head_)) continue;
+      const auto number = numbers_.find(seq);
+      if (number == numbers_.end() || !number->second.has(head_)) continue;
       out.push_back(seq);
-      --number.count;
+      if (--number->second.count == 0) numbers_.erase(number);
       --size_;
       --count;
     }
@@ -47,19 +46,14 @@ class AckList {
   }
 
  private:
-  // The entries of a number that count. Others have been removed.
+  // Which entries of a number count: those from the place `first` on. Others have been removed.
   struct Number {
     uint16_t count = 0;
-    uint16_t first = 0;  // those from this place on; of no meaning without any
+    uint16_t first = 0;
 
     bool has(size_t place) const { return count > 0 && place >= first; }
   };
-  static constexpr size_t kPageSize = 256;
-  using Page = std::array<Number, kPageSize>;
 
-  // Requires: `seq` has been listed before, so that its page is there.
-  Number& number_of(unsigned short seq) { return (*pages_[seq / kPageSize])[seq % kPageSize]; }
-  Number& make_number(unsigned short seq);
   // Leaves the entries that count.
   void compact();
   void clear();
@@ -67,8 +61,7 @@ class AckList {
   size_t size_ = 0;
   size_t head_ = 0;  // everything before has been taken
   std::vector<unsigned short> entries_;
-  std::vector<std::unique_ptr<Page>> pages_;  // by the high byte; none before the first number
-  size_t page_count_ = 0;
+  std::unordered_map<unsigned short, Number> numbers_;  // that are listed
 };
 
 #endif  // TARN_SRC_ACK_LIST_H_

@@ -92,7 +92,7 @@ class RecvWindow {
   static void log_una(bool taken, unsigned short una);
   // Lists the number for acknowledgement and keeps the packet, unless it is there already.
   void store(Packet&& p) OX_REQUIRES(lock_);
-  void drop_stale(unsigned short seq) OX_REQUIRES(lock_);
+  __attribute__((noinline)) void drop_stale(unsigned short seq) OX_REQUIRES(lock_);
   // What the buffer holds under `seq`, taken from it; empty if that is nothing.
   PacketMap::node_type take_buffered(unsigned short seq) OX_REQUIRES(lock_);
   PacketMap::node_type take_next() OX_EXCLUDES(lock_);

@@ -21,11 +21,8 @@ std::vector<SegmentNode> SegmentPool::take(size_t count, size_t size) {
 void SegmentPool::take_spares(size_t count, std::vector<SegmentNode>& segments) {
   const TryFlag<>::Entry entry(flag_);
   if (!entry) return;
-  for (; count > 0 && !spares_.empty(); --count) {
-    segments.push_back(std::move(spares_.back()));
-    spares_.pop_back();
-  }
-  unused_ = std::min(unused_, spares_.size());
+  for (; count > 0 && count_ > 0; --count) segments.push_back(std::move(places_[--count_]));
+  unused_ = std::min(unused_, count_);
   if (count > 0) make_room(count);
 }
 
@@ -33,23 +30,31 @@ void SegmentPool::make_room(size_t count) {
   unused_ = 0;
   made_ += count;
   is_clear_ = false;
-  if (made_ > spares_.capacity()) spares_.reserve(std::max(made_, 2 * spares_.capacity()));
+  if (made_ > places_.size()) places_.resize(std::max(made_, 2 * places_.size()));
 }
 
 void SegmentPool::settle() {
   const TryFlag<>::Entry entry(flag_);
   if (!entry) return;
+  if (unused_ > 0) drop_unused();
+  unused_ = count_;
+}
+
+// The last ones in are the first ones out, so these are at the front.
+void SegmentPool::drop_unused() {
   made_ -= std::min(made_, unused_);
-  // The last ones in are the first ones out, so these are what has not moved.
-  spares_.erase(spares_.begin(), spares_.begin() + static_cast<std::ptrdiff_t>(unused_));
-  unused_ = spares_.size();
+  const auto first = places_.begin();
+  std::move(first + static_cast<std::ptrdiff_t>(unused_),
+            first + static_cast<std::ptrdiff_t>(count_), first);
+  count_ -= unused_;
+  for (; unused_ > 0; --unused_) places_[count_ + unused_ - 1] = SegmentNode();
 }
 
 void SegmentPool::clear() {
   if (is_clear_) return;
   const TryFlag<>::Entry entry(flag_);
   if (!entry) return;
-  std::vector<SegmentNode>().swap(spares_);
-  made_ = unused_ = 0;
+  std::vector<SegmentNode>().swap(places_);
+  count_ = made_ = unused_ = 0;
   is_clear_ = true;
 }

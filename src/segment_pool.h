@@ -37,7 +37,7 @@ class SegmentPool {
   // Keeps the segment, or lets it go.
   void give(SegmentNode&& segment) {
     const TryFlag<>::Entry entry(flag_);
-    if (entry && spares_.size() < spares_.capacity()) spares_.push_back(std::move(segment));
+    if (entry && count_ < places_.size()) places_[count_++] = std::move(segment);
   }
 
   // A while is over.
@@ -50,23 +50,23 @@ class SegmentPool {
   SegmentNode take_spare() {
     const TryFlag<>::Entry entry(flag_);
     if (!entry) return SegmentNode();
-    if (spares_.empty()) {
+    if (count_ == 0) {
       make_room(1);
       return SegmentNode();
     }
-    SegmentNode spare = std::move(spares_.back());
-    spares_.pop_back();
-    if (spares_.size() < unused_) unused_ = spares_.size();
-    return spare;
+    if (--count_ < unused_) unused_ = count_;
+    return std::move(places_[count_]);
   }
   void take_spares(size_t count, std::vector<SegmentNode>& segments);
+  void drop_unused();
   // For so many more to come back.
   void make_room(size_t count);
 
   oxutils::relaxed<bool> is_clear_{true};
   TryFlag<> flag_;  // guards what follows
-  std::vector<SegmentNode> spares_;
-  size_t made_ = 0;    // segments that may come back, and spare ones; those that are lost as well
+  std::vector<SegmentNode> places_;
+  size_t count_ = 0;   // of the first places, which hold the spares
+  size_t made_ = 0;    // spares and what may come back; what got lost as well
   size_t unused_ = 0;  // spare ones that nobody has needed since the last settle()
 };
 

@@ -76,14 +76,15 @@ TarnSession::Bytes TarnSession::send_fragments(Bytes message, size_t max_size) {
   Fragments fragments(message, max_size, first);
   try {
     for (;;) {
-      const Bytes left = fragments.rest();
-      const bool was_last = fragments.is_last();
       // More are kept than fit into the window at a time: it is acknowledged meanwhile.
       if (segments.empty()) segments.push_back(send_window_.pool().take(segment_size));
-      const bool goes_on = send_segment(fragments.take(), std::move(segments.back()));
+      if (fragments.is_last()) {
+        const Bytes last = fragments.rest();
+        send_segment(fragments.take(), std::move(segments.back()));
+        return last;
+      }
+      if (!send_segment(fragments.take(), std::move(segments.back()))) return fragments.rest();
       segments.pop_back();
-      if (was_last) return left;
-      if (!goes_on) return fragments.rest();
     }
   } catch (...) {
     if (!segments.empty()) segments.pop_back();  // of the one that was being sent

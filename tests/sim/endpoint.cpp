@@ -1,6 +1,9 @@
 #include "tests/sim/endpoint.h"
 
+#include <stdio.h>
+
 #include <algorithm>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -10,6 +13,8 @@
 
 namespace tarn_sim {
 namespace {
+
+std::map<TaskId, Endpoint*> opening;  // by the tasks that create their sessions
 
 constexpr size_t kSegmentHead = 3;
 constexpr size_t kUnaSegment = 5;
@@ -69,12 +74,35 @@ Endpoint::Endpoint(World& world, Plan plan, Random random, Stream& out, Stream& 
 void Endpoint::open(uint32_t conv, void* io) {
   quiet_since_ = world_.tick();
   io_ = io;
-  const InsideLibrary inside;
-  void* const handle = tarn_create();
-  if (handle == nullptr) fail("{}: no session", plan_.name);
-  handle_ = handle;
   conv_ = conv;
+  const TaskId self = world_.scheduler().self();
+  opening[self] = this;
+  void* handle = nullptr;
+  {
+    const InsideLibrary inside;
+    handle = tarn_create();
+  }
+  opening.erase(self);
+  if (handle == nullptr) fail("{}: no session", plan_.name);
+  if (handle_ == nullptr) use(handle);
+}
+
+void Endpoint::use(void* handle) {
+  const InsideLibrary inside;
+  handle_ = handle;
   set_callbacks();
+}
+
+void Endpoint::seen_in_log(World& world, const char* line) {
+  constexpr uint64_t kLongestLook = 100'000'000;  // ns; some passes of the re-sends
+  const auto found = opening.find(world.scheduler().self());
+  void* handle = nullptr;
+  if (found == opening.end() || sscanf(line, "tarn session start %p", &handle) != 1) return;
+  Endpoint& endpoint = *found->second;
+  if (!endpoint.random_.chance(0.5)) return;
+  endpoint.use(handle);
+  for (uint64_t i = endpoint.random_.between(0, 2); i > 0; --i) endpoint.send_reliable(100);
+  world.scheduler().sleep(endpoint.random_.between(1, kLongestLook));
 }
 
 void Endpoint::set_callbacks() {

@@ -45,6 +45,9 @@ class Endpoint {
 
   // With `io` the session is attached to that handle and has no output callback.
   void open(uint32_t conv, void* io = nullptr);
+  // To be called with each line of the log: the session is used from the first one on that names
+  // it, while it is still being created.
+  static void seen_in_log(World& world, const char* line);
   // Once; from any task, also from inside a callback.
   void destroy(unsigned int wait_ms);
   // Until a destruction begins.
@@ -90,6 +93,7 @@ class Endpoint {
   static int on_unreliable(char* data, int len, void* self);
   static int on_error(TarnError code, void* self);
   void set_callbacks();
+  void use(void* handle);
   // Whether the task is in a call on the session that has not returned.
   bool is_inside(TaskId task) const;
   // Whether it is all feedback.

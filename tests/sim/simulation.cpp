@@ -42,6 +42,7 @@ void Simulation::on_log(int level, const char* text) {
   world.event("log {}", level);
   world.trace().note(world.scheduler().own_name(), text);
   world.scheduler().point();
+  Endpoint::seen_in_log(world, text);
 }
 
 void Simulation::start_library() {
