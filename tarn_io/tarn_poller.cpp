@@ -41,32 +41,26 @@ void TarnPoller::unwatch_error(int fd) {
 }
 
 void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
-  std::shared_ptr<PollList> outdated;  // may have the last reference to a function
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
     if (get_events_flag(handler) == 0) {
       handler.generation = next_generation();
-      handler.paused_until = 0;
+      handler.rest_until = 0;
     }
     std::swap(handler.*slot, f);
-    note_change(fd, handler);
-    outdated.swap(list_);
+    retire(f);
+    // Also for what the set watches already: another file with the number is noticed by that.
+    arm(fd, handler);
+    if (get_events_flag(handler) == 0) note_review(fd);
   }
-  // What was kept for the next pass may hold the replaced function. Another thread's change is seen
-  // by that pass.
-  if (is_polling_thread() && spare_pass_) spare_pass_->clear();
   wake();  // the replaced function goes with no lock held
 }
 
 void TarnPoller::pause(int fd, int ms) {
   {
     const oxutils::scoped_lock hold(lock_);
-    EventHandler* const handler = find(fd, kAny);
-    if (handler != nullptr) {
-      handler->paused_until = PollClock::now() + ms;
-      note_change(fd, *handler);
-    }
+    if (EventHandler* const handler = find(fd, kAny)) rest_for(fd, *handler, ms);
   }
   wake();  // a wait that is under way has to end with the pause
 }
@@ -74,13 +68,15 @@ void TarnPoller::pause(int fd, int ms) {
 void TarnPoller::resume(int fd) {
   {
     const oxutils::scoped_lock hold(lock_);
-    EventHandler* const handler = find(fd, kAny);
-    if (handler != nullptr) {
-      handler->paused_until = 0;
-      note_change(fd, *handler);
-    }
+    if (EventHandler* const handler = find(fd, kAny)) handler->rest_until = 0;
   }
   wake();
+}
+
+// The next pass tells the set: a rest that is over by then costs nothing.
+void TarnPoller::rest_for(int fd, EventHandler& handler, int ms) {
+  handler.rest_until = PollClock::now() + ms;
+  note_review(fd);
 }
 
 uint32_t TarnPoller::next_generation() {
@@ -126,35 +122,42 @@ short TarnPoller::get_events_flag(EventHandler& handler) {
   return static_cast<short>(events);
 }
 
-bool TarnPoller::poll(unsigned int timeout) {
-  // Its memory serves the next pass; a callback that polls from within finds none.
-  std::unique_ptr<Pass> pass = std::move(spare_pass_);
-  if (!pass) pass = std::make_unique<Pass>();
-  int ms = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
-  if (!begin(*pass, ms)) return false;
-  wait(*pass, ms);
-  pace_.note_pass(!pass->ready.empty());
-  for (const ReadyDescriptor& each : pass->ready) {
-    if ((each.revents & (POLLHUP | POLLNVAL | POLLERR)) != 0) rest(each);
-    dispatch(*pass, each);
+void TarnPoller::tell(const ReadyDescriptor& ready) {
+  if (ready.revents == POLLIN) {  // nearly always
+    run(ready.fd, &EventHandler::read_func, ready.generation);
+    return;
   }
-  pass->ready.clear();
-  if (!pass->is_lasting()) pass->clear();
-  spare_pass_ = std::move(pass);
-  return true;
+  if ((ready.revents & (POLLHUP | POLLNVAL | POLLERR)) != 0) rest(ready);
+  dispatch(ready.fd, ready.revents, ready.generation);
 }
 
-// Runs a copy of the function: it may unwatch or replace its own slot meanwhile.
+// Without a copy, which would cost four more locks and unlocks: whoever replaces a function while
+// one runs does not let go of it.
 bool TarnPoller::run(int fd, Slot slot, uint32_t generation) {
-  oxutils::Function f;
+  oxutils::CallbackBase* callback = nullptr;
   {
     const oxutils::scoped_lock hold(lock_);
     EventHandler* const handler = find(fd, generation);
-    if (handler != nullptr) f = handler->*slot;
+    if (handler == nullptr || !(handler->*slot)) return false;
+    callback = (handler->*slot).get();
+    ++running_;
   }
-  if (!f) return false;
-  f();
+  callback->run();
+  if (--running_ == 0 && has_retired_) let_go();
   return true;
+}
+
+void TarnPoller::let_go() {
+  std::vector<oxutils::Function> retired;
+  const oxutils::scoped_lock hold(lock_);
+  retired.swap(retired_);
+  has_retired_ = false;
+}
+
+void TarnPoller::retire(oxutils::Function& f) {
+  if (!f || running_ == 0) return;
+  retired_.push_back(std::move(f));
+  has_retired_ = true;
 }
 
 // Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone,
@@ -166,7 +169,9 @@ void TarnPoller::run_write(int fd, uint32_t generation) {
   EventHandler* const handler = find(fd, generation);
   if (handler == nullptr) return;
   std::swap(handler->write_func, old);
-  note_change(fd, *handler);
+  retire(old);
+  arm(fd, *handler);
+  note_review(fd);
 }
 
 // Before the functions run, so that one of them can end it. Not while there is something to read
@@ -177,21 +182,7 @@ void TarnPoller::rest(const ReadyDescriptor& ready) {
   if (handler == nullptr) return;
   if ((ready.revents & POLLIN) != 0 && handler->read_func) return;
   const bool has_hung_up = (ready.revents & (POLLHUP | POLLNVAL)) != 0;
-  handler->paused_until = PollClock::now() + (has_hung_up ? kHangUpRest : kErrorRest);
-  note_change(ready.fd, *handler);
-}
-
-// Nearly always there is something to read and nothing has changed since the list was made: what it
-// holds is what the slot holds, and stays alive as long as the pass.
-void TarnPoller::dispatch(const Pass& pass, const ReadyDescriptor& ready) {
-  if (ready.revents == POLLIN && pass.list && !pass.list->is_outdated()) {
-    const oxutils::Function* const f = pass.list->read_func(ready);
-    if (f != nullptr) {
-      (*f)();
-      return;
-    }
-  }
-  dispatch(ready.fd, ready.revents, ready.generation);
+  rest_for(ready.fd, *handler, has_hung_up ? kHangUpRest : kErrorRest);
 }
 
 void TarnPoller::handle_event(int fd, short revents) { dispatch(fd, revents, kAny); }

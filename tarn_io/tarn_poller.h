@@ -2,14 +2,13 @@
 #ifndef TARN_TARN_IO_TARN_POLLER_H_
 #define TARN_TARN_IO_TARN_POLLER_H_
 
-#include <limits.h>
 #include <poll.h>
 #include <pthread.h>
 #include <stdint.h>
 #include <sys/select.h>
 
+#include <atomic>
 #include <map>
-#include <memory>
 #include <set>
 #include <vector>
 
@@ -18,16 +17,15 @@
 #include "oxutils/relaxed.h"
 #include "oxutils/singleton.h"
 #include "tarn_io/epoll_set.h"
-#include "tarn_io/poll_list.h"
-#include "tarn_io/poll_pace.h"
-#include "tarn_io/ready_descriptor.h"
 
 // One per process. The I/O thread polls and runs the callbacks, one at a time; any thread may watch
 // and unwatch, which takes effect in the wait that is under way. lock_ guards the map and is never
 // held while a callback runs. The process's instance lives for ever.
 //
-// A pass waits by poll() on a list of what is watched, or on a set that the kernel keeps (PollPace
-// says when), and runs what the list holds as long as nothing has changed since it was made.
+// A pass waits on a set that the kernel keeps. Such a set does not tell of a descriptor that was
+// closed or replaced while it was watched; poll() does. So a pass goes by poll() once a second, and
+// as soon as a wait on the set has found nothing: this is called a look. While no set can be had,
+// every pass goes by poll().
 class TarnPoller : public oxutils::singleton<TarnPoller> {
  public:
   static constexpr bool kLivesForEver = true;
@@ -37,10 +35,10 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     oxutils::Function read_func;
     oxutils::Function write_func;
     oxutils::Function error_func;
-    // Monotonic milliseconds; until then the descriptor is left out of the poll.
-    int64_t paused_until = 0;
     // Another one whenever the first slot comes to life: descriptor numbers are used again.
     uint32_t generation = 0;
+    short armed = 0;         // what the kernel's set watches for
+    int64_t rest_until = 0;  // monotonic milliseconds; until then it is not polled
   };
 
   TarnPoller();
@@ -78,85 +76,81 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void reset_waker(const oxutils::Function& f) OX_EXCLUDES(lock_);
 
  private:
+  static constexpr uint32_t kAny = 0;  // generation
+  static constexpr int kNone = -1;     // descriptor
+
   using Slot = oxutils::Function EventHandler::*;
-
-  // What one pass waits on, the set if there is one and else the list, and what comes of it.
-  struct Pass {
-    int set = -1;
-    std::shared_ptr<const PollList> list;  // beside a set only if there is a list anyway
-    int longest = INT_MAX;                 // ms, after which it goes on by the list as it is then
-    std::vector<pollfd> memory;
-    std::vector<ReadyDescriptor> ready;
-
-    // Whether the next pass waits on the same set, and runs the same.
-    bool is_lasting() const { return set >= 0 && list && !list->is_outdated(); }
-    void clear();
+  // What poll() looks at.
+  struct Listed {
+    std::vector<pollfd> fds;
+    std::vector<uint32_t> generations;  // of each of them
   };
 
   void store(int fd, Slot slot, oxutils::Function f) OX_EXCLUDES(lock_);
-  // Run a slot of the entry, which must still be of the generation unless that is kAny. False when
-  // there is nothing to run.
-  bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
-  void run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
-  void dispatch(const Pass& pass, const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
-  void dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
-  // Begins the rest after an error or a hang-up, which come again at once whatever is polled for.
-  void rest(const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
   // The entry, if there is one of that generation.
   EventHandler* find(int fd, uint32_t generation) OX_REQUIRES(lock_);
   uint32_t next_generation() OX_REQUIRES(lock_);
   bool is_polling_thread() const;
   void wake() OX_EXCLUDES(lock_);
 
-  // False when nothing is watched. `timeout` becomes less for the sake of pauses.
-  bool begin(Pass& pass, int& timeout) OX_EXCLUDES(lock_);
-  // False when there is no set, or it does not know all that is watched.
-  bool take_set(Pass& pass, int& timeout) OX_REQUIRES(lock_);
-  // Goes on by the list when the set has nothing to tell, or fails.
-  void wait(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  // One wait on what the pass holds.
-  static WaitOutcome wait_on(Pass& pass, int timeout);
-  // The set has failed in a wait: the next pass closes it.
+  // Runs what the events are for, with the rest that they may begin.
+  void tell(const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
+  void dispatch(int fd, short revents, uint32_t generation) OX_EXCLUDES(lock_);
+  // Run a slot of the entry, which must still be of the generation unless that is kAny. False when
+  // there is nothing to run.
+  bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
+  void run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
+  // Keeps a function that was replaced, if it may be running, until let_go().
+  void retire(oxutils::Function& f) OX_REQUIRES(lock_);
+  void let_go() OX_EXCLUDES(lock_);
+  // Begins the rest after an error or a hang-up, which come again at once whatever is polled for.
+  void rest(const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
+  void rest_for(int fd, EventHandler& handler, int ms) OX_REQUIRES(lock_);
+
+  // Does what there is to do before a wait on the kernel's set. What it returns is that, or kNone
+  // if it does not know all that is watched. The timeout becomes less if a rest ends before.
+  int settle(int& timeout) OX_EXCLUDES(lock_);
+  // The set has failed in a wait.
   void give_up_set() OX_EXCLUDES(lock_);
-  // Spends what is left of the pass on the list as it is now.
-  void go_on_by_list(Pass& pass, int timeout) OX_EXCLUDES(lock_);
-  // Opens or closes the set, as the coming pass wants it.
-  void choose_set(bool is_look) OX_REQUIRES(lock_);
-  // With few descriptors: closes the set, and counts busy passes anew.
-  void drop_small_set() OX_REQUIRES(lock_);
-  void open_set() OX_REQUIRES(lock_);
-  void close_set() OX_REQUIRES(lock_);
-  // What the entry is to be polled for has changed, or what is to be run then.
-  void note_change(int fd, EventHandler& handler) OX_REQUIRES(lock_);
-  // Whatever pass uses the list looks under the lock from now on.
-  void outdate_list() OX_REQUIRES(lock_);
-  // Tells the set what the entry is to be polled for now. Requires: the set is open.
-  void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
-  // The list as it is now. Drops descriptors without live slots.
-  std::shared_ptr<const PollList> current_list(int& timeout) OX_REQUIRES(lock_);
-  std::shared_ptr<PollList> make_list(int& timeout) OX_REQUIRES(lock_);
-  // The same for the set, which knows all but what has been emptied or paused since.
+  // A pass by poll(). False at once when nothing is watched.
+  bool look(int timeout) OX_EXCLUDES(lock_);
+  // As settle(). False when nothing is watched.
+  bool list_all(Listed& listed, int& timeout) OX_EXCLUDES(lock_);
+  // Runs what is ready. False when nothing has happened.
+  bool poll_listed(Listed& listed, int timeout) OX_EXCLUDES(lock_);
+  // Drops entries without live slots and ends rests. The timeout becomes that of the next of them.
   void review(int& timeout) OX_REQUIRES(lock_);
-  // Whether the pause goes on; the wait then ends with it.
-  bool is_paused(EventHandler& handler, int& timeout) OX_REQUIRES(lock_);
+  // Opens the set if there is none or it has failed.
+  void renew_set() OX_REQUIRES(lock_);
+  // What the entry is to be polled for now.
+  short wanted(EventHandler& handler);
+  // Tells the set.
+  void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
+  // The set lacks something.
+  void note_failure() OX_REQUIRES(lock_);
+  // The next pass is to look at the entry before it waits.
+  void note_review(int fd) OX_REQUIRES(lock_);
 
   bool fill_sets(fd_set* read, fd_set* write, fd_set* error, int& highest) OX_EXCLUDES(lock_);
   std::vector<int> watched() OX_EXCLUDES(lock_);
 
-  static constexpr uint32_t kAny = 0;
-
   oxutils::mutex lock_;
   uint32_t last_generation_ OX_GUARDED_BY(lock_) = kAny;
   std::map<int, EventHandler> handlers_ OX_GUARDED_BY(lock_);
+  std::set<int> to_review_ OX_GUARDED_BY(lock_);  // what rests, or has no live slots
+  EpollSet set_ OX_GUARDED_BY(lock_);             // opened and closed by the polling thread
+  bool has_failed_ OX_GUARDED_BY(lock_) = false;  // the set lacks something
+  oxutils::relaxed<int> settled_set_{kNone};      // set_ while a pass has nothing to do but to wait
+  // Functions that were replaced while one ran, and may be that one.
+  std::vector<oxutils::Function> retired_ OX_GUARDED_BY(lock_);
+  oxutils::relaxed<bool> has_retired_{false};
+  std::atomic<int> running_{0};  // functions, one inside another
   oxutils::Function waker_ OX_GUARDED_BY(lock_);
-  std::shared_ptr<PollList> list_ OX_GUARDED_BY(lock_);  // dropped when a function changes
-  EpollSet set_ OX_GUARDED_BY(lock_);
-  std::set<int> to_review_ OX_GUARDED_BY(lock_);
   oxutils::relaxed<pthread_t> polling_thread_{pthread_t{}};
 
   // I/O thread only.
-  std::unique_ptr<Pass> spare_pass_;
-  PollPace pace_;
+  Listed spare_;         // memory for the next look
+  int64_t look_at_ = 0;  // monotonic milliseconds
 };
 
 #endif  // TARN_TARN_IO_TARN_POLLER_H_

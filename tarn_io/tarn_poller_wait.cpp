@@ -1,162 +1,149 @@
-// TarnPoller's wait by poll() or on a set, and what it waits for.
+// TarnPoller's wait, on the kernel's set or by poll(), and what it waits for.
+#include <errno.h>
+#include <limits.h>
+
 #include <algorithm>
+#include <utility>
 
 #include "tarn_io/poll_clock.h"
 #include "tarn_io/tarn_poller.h"
 
-void TarnPoller::Pass::clear() {
-  set = -1;
-  list.reset();
-  longest = INT_MAX;
-  ready.clear();
-}
+namespace {
 
-bool TarnPoller::begin(Pass& pass, int& timeout) {
+constexpr int kLookPeriod = 1000;  // ms
+constexpr int kFailurePause = 20;  // ms after which a wait by poll() that could not begin is over
+
+}  // namespace
+
+bool TarnPoller::poll(unsigned int timeout) {
   polling_thread_ = pthread_self();
-  const int64_t now = PollClock::coarse_now();
-  const bool is_look = pace_.is_look_due(now);
-  if (!is_look && pass.is_lasting()) return true;
-  pass.clear();
-  const oxutils::scoped_lock hold(lock_);
-  if (is_look) pace_.note_look(handlers_.size(), now);
-  choose_set(is_look);
-  if (handlers_.empty()) return false;
-  if (is_look || !take_set(pass, timeout)) pass.list = current_list(timeout);
-  if (set_.is_open()) pass.longest = PollPace::longest_wait(handlers_.size());
+  const int ms = static_cast<int>(std::min<unsigned int>(timeout, INT_MAX));
+  const int64_t to_look = look_at_ - PollClock::coarse_now();
+  int longest = static_cast<int>(std::min<int64_t>(ms, to_look));
+  int set = to_look > 0 ? settled_set_.load() : kNone;
+  if (to_look > 0 && set == kNone) set = settle(longest);
+  if (set == kNone) return look(ms);
+  EpollSet::Ready ready;
+  const int count = EpollSet::wait(set, longest, ready);
+  for (int i = 0; i < count; ++i) tell(ready[i]);
+  if (count > 0 || (count < 0 && errno == EINTR)) return true;
+  if (count < 0) give_up_set();
+  look(count < 0 ? ms : ms - longest);
   return true;
-}
-
-bool TarnPoller::take_set(Pass& pass, int& timeout) {
-  if (!set_.is_open()) return false;
-  review(timeout);
-  if (set_.has_failed()) return false;
-  pass.set = set_.fd();
-  pass.list = list_;
-  return true;
-}
-
-// A set that could not be had, or could not be kept, is tried again with the next look.
-void TarnPoller::choose_set(bool is_look) {
-  const bool has_changed = !list_ || list_->is_outdated();
-  if (has_changed || pace_.is_calm()) drop_small_set();
-  if (set_.has_failed()) close_set();
-  const bool may_open = is_look || !set_.has_failed();
-  if (may_open && !set_.is_open() && pace_.wants_set(handlers_.size())) open_set();
-}
-
-void TarnPoller::drop_small_set() {
-  if (!PollPace::is_few(handlers_.size())) return;
-  close_set();
-  pace_.calm_down();
-}
-
-void TarnPoller::open_set() {
-  set_.open();
-  if (!set_.is_open()) return;
-  for (auto& each : handlers_) arm(each.first, each.second);
-  if (set_.has_failed()) close_set();
-}
-
-// A lasting pass would wait on the closed number: with its list outdated it lasts no longer.
-void TarnPoller::close_set() {
-  if (set_.is_open()) outdate_list();
-  set_.close();
-  to_review_.clear();
-}
-
-void TarnPoller::outdate_list() {
-  if (list_) list_->outdate();
-}
-
-void TarnPoller::note_change(int fd, EventHandler& handler) {
-  outdate_list();
-  if (set_.is_open()) arm(fd, handler);
-}
-
-void TarnPoller::arm(int fd, EventHandler& handler) {
-  const bool is_paused = handler.paused_until != 0;
-  const short events = is_paused ? short{0} : get_events_flag(handler);
-  if (events == 0) to_review_.insert(fd);
-  set_.watch(fd, events, handler.generation);
-}
-
-bool TarnPoller::is_paused(EventHandler& handler, int& timeout) {
-  if (handler.paused_until == 0) return false;
-  const int64_t left = handler.paused_until - PollClock::now();
-  if (left > 0) timeout = static_cast<int>(std::min<int64_t>(timeout, left));
-  if (left <= 0) handler.paused_until = 0;
-  return left > 0;
-}
-
-std::shared_ptr<const PollList> TarnPoller::current_list(int& timeout) {
-  if (!list_ || list_->is_outdated()) list_ = make_list(timeout);
-  return list_;
-}
-
-std::shared_ptr<PollList> TarnPoller::make_list(int& timeout) {
-  auto list = std::make_shared<PollList>();
-  list->reserve(handlers_.size());
-  for (auto each = handlers_.begin(); each != handlers_.end();) {
-    EventHandler& handler = each->second;
-    const short events = get_events_flag(handler);
-    if (events == 0) {
-      each = handlers_.erase(each);
-      continue;
-    }
-    if (is_paused(handler, timeout)) {
-      list->outdate();  // a pause ends by itself
-    } else {
-      list->add(each->first, events, handler.generation, handler.read_func);
-    }
-    ++each;
-  }
-  return list;
-}
-
-void TarnPoller::review(int& timeout) {
-  std::set<int> fds;
-  fds.swap(to_review_);
-  for (const int fd : fds) {
-    const auto found = handlers_.find(fd);
-    if (found == handlers_.end()) continue;
-    if (get_events_flag(found->second) == 0) {
-      handlers_.erase(found);
-    } else if (is_paused(found->second, timeout)) {
-      to_review_.insert(fd);
-    } else {
-      arm(fd, found->second);
-    }
-  }
-}
-
-WaitOutcome TarnPoller::wait_on(Pass& pass, int timeout) {
-  return pass.set >= 0 ? EpollSet::wait(pass.set, timeout, pass.ready)
-                       : pass.list->wait(timeout, pass.memory, pass.ready);
-}
-
-// A signal ends the pass; so does a wait on the list that fails.
-void TarnPoller::wait(Pass& pass, int timeout) {
-  const int longest = std::min(timeout, pass.longest);
-  const WaitOutcome outcome = wait_on(pass, longest);
-  if (outcome == WaitOutcome::kFailed && pass.set >= 0) {
-    give_up_set();
-    go_on_by_list(pass, timeout);
-  } else if (outcome == WaitOutcome::kNothing && (pass.set >= 0 || longest < timeout)) {
-    go_on_by_list(pass, timeout - longest);
-  }
 }
 
 void TarnPoller::give_up_set() {
   const oxutils::scoped_lock hold(lock_);
-  set_.note_failure();
+  note_failure();
 }
 
-void TarnPoller::go_on_by_list(Pass& pass, int timeout) {
-  pass.clear();
-  {
-    const oxutils::scoped_lock hold(lock_);
-    drop_small_set();
-    pass.list = current_list(timeout);
+int TarnPoller::settle(int& timeout) {
+  const oxutils::scoped_lock hold(lock_);
+  if (handlers_.empty() || !set_.is_open()) return kNone;
+  review(timeout);
+  if (has_failed_) return kNone;
+  if (to_review_.empty() && !handlers_.empty()) settled_set_ = set_.fd();
+  return set_.fd();
+}
+
+bool TarnPoller::look(int timeout) {
+  Listed listed = std::move(spare_);  // a callback that polls from within finds none
+  int longest = timeout;
+  bool is_watching = list_all(listed, longest);
+  while (is_watching && !poll_listed(listed, longest) && longest < timeout) {
+    timeout -= longest;
+    longest = timeout;
+    is_watching = list_all(listed, longest);
   }
-  wait_on(pass, timeout);
+  spare_ = std::move(listed);
+  return is_watching;
+}
+
+bool TarnPoller::poll_listed(Listed& listed, int timeout) {
+  std::vector<pollfd>& fds = listed.fds;
+  const int count = ::poll(fds.data(), static_cast<nfds_t>(fds.size()), timeout);
+  if (count < 0 && errno != EINTR) {
+    // It fails again at once while more is watched than the limit on descriptors allows.
+    ::poll(nullptr, 0, std::min(timeout, kFailurePause));
+  }
+  for (size_t i = 0; count > 0 && i < fds.size(); ++i) {
+    if (fds[i].revents > 0) tell({fds[i].fd, fds[i].revents, listed.generations[i]});
+  }
+  return count != 0;
+}
+
+bool TarnPoller::list_all(Listed& listed, int& timeout) {
+  listed.fds.clear();
+  listed.generations.clear();
+  const oxutils::scoped_lock hold(lock_);
+  if (handlers_.empty()) {
+    set_.close();
+    return false;
+  }
+  review(timeout);
+  const int64_t now = PollClock::coarse_now();
+  if (now >= look_at_) {
+    look_at_ = now + kLookPeriod;
+    renew_set();
+  }
+  for (auto& each : handlers_) {
+    const short events = wanted(each.second);
+    if (events == 0) continue;
+    listed.fds.push_back({each.first, events, 0});
+    listed.generations.push_back(each.second.generation);
+  }
+  return true;
+}
+
+void TarnPoller::review(int& timeout) {
+  if (to_review_.empty()) return;
+  const int64_t now = PollClock::now();
+  for (auto each = to_review_.begin(); each != to_review_.end();) {
+    EventHandler& handler = handlers_[*each];
+    const int64_t rest = handler.rest_until - now;
+    if (rest <= 0) handler.rest_until = 0;
+    if (handler.armed != wanted(handler)) arm(*each, handler);
+    if (get_events_flag(handler) == 0) {
+      handlers_.erase(*each);
+    } else if (rest > 0) {
+      timeout = static_cast<int>(std::min<int64_t>(timeout, rest));
+      ++each;
+      continue;
+    }
+    each = to_review_.erase(each);
+  }
+}
+
+void TarnPoller::renew_set() {
+  if (set_.is_open() && !has_failed_) return;
+  has_failed_ = false;
+  set_.close();
+  set_.open();
+  // Its number is a watched descriptor's, which has been closed then. poll() is to tell of that.
+  if (handlers_.count(set_.fd()) != 0) set_.close();
+  for (auto& each : handlers_) {
+    each.second.armed = 0;
+    arm(each.first, each.second);
+  }
+}
+
+short TarnPoller::wanted(EventHandler& handler) {
+  return handler.rest_until != 0 ? short{0} : get_events_flag(handler);
+}
+
+void TarnPoller::arm(int fd, EventHandler& handler) {
+  if (!set_.is_open() || has_failed_) return;
+  const short events = wanted(handler);
+  if (!set_.change(fd, handler.armed, events, handler.generation)) note_failure();
+  handler.armed = events;
+}
+
+void TarnPoller::note_failure() {
+  has_failed_ = true;
+  settled_set_ = kNone;
+}
+
+void TarnPoller::note_review(int fd) {
+  to_review_.insert(fd);
+  settled_set_ = kNone;
 }

@@ -4,8 +4,8 @@
 
 namespace tarn_test {
 
-// The wake-up's two ends, and the listener that it came from.
-constexpr int kLongLivedDescriptors = 3;
+// The wake-up's two ends, the listener that it came from, and the poller's set.
+constexpr int kLongLivedDescriptors = 4;
 
 // Messages go through between fresh sessions.
 void expect_sessions_work();

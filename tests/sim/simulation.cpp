@@ -21,7 +21,7 @@ constexpr uint64_t kQuiet = 300 * kNsPerMs;
 constexpr uint64_t kLongestCatchUp = 60 * kNsPerSecond;
 constexpr uint32_t kOnTimeMs = 20;
 // The I/O thread's own: a connection to itself and the listener that it came from.
-constexpr size_t kWakeUpDescriptors = 3;
+constexpr size_t kLongLivedDescriptors = 4;
 // I/O handles are kept for a while.
 constexpr uint64_t kHandleRelease = 500 * kNsPerMs;
 
@@ -215,7 +215,7 @@ void Simulation::check_heap(const char* when) {
 }
 
 void Simulation::check_descriptors() const {
-  const size_t expected = has_sockets_ ? kWakeUpDescriptors : 0;
+  const size_t expected = has_sockets_ ? kLongLivedDescriptors : 0;
   const size_t open = world_.network().descriptors();
   if (open != expected) fail("{} descriptors are open instead of {}", open, expected);
 }
