@@ -70,6 +70,7 @@ int FakeNetwork::refusal(FakeSocket& socket, size_t size) {
 
 long FakeNetwork::send_datagram(FakeSocket& socket, std::string_view bytes) {
   const int error = refusal(socket, bytes.size());
+  if (error == 0) spin_watch_.moved();
   if (Carrier* const carrier = carrier_of(socket.local.port, socket.peer.port)) {
     carrier->sent(bytes, error == 0);
   } else if (error == 0 && socket.peer.ip == kLoopback) {
@@ -154,6 +155,7 @@ long FakeNetwork::receive_datagram(FakeSocket& socket, char* into, size_t room, 
   if ((flags & MSG_PEEK) != 0) return static_cast<long>(size);
   socket.queued -= first.bytes.size() + kOverhead;
   socket.datagrams.pop_front();
+  spin_watch_.moved();
   return static_cast<long>(size);
 }
 

@@ -52,6 +52,7 @@ int FakeNetwork::look(const FakeSocket::Watched& watched, epoll_event* events, i
 
 int FakeNetwork::epoll_wait(int set, epoll_event* events, int most, int timeout_ms) {
   done_reading();
+  spin_watch_.waiting(scheduler_.now());
   const FakeSocketPtr held = find(set);
   if (scheduler_.is_spurious()) return -EINTR;
   const uint64_t deadline = scheduler_.now() + static_cast<uint64_t>(timeout_ms) * kNsPerMs;

@@ -125,6 +125,7 @@ int FakeNetwork::accept(int fd, sockaddr* address, socklen_t* size) {
   }
   const FakeSocketPtr accepted = socket->waiting.front();
   socket->waiting.pop_front();
+  spin_watch_.moved();
   write_address(accepted->peer, address, size);
   return add(accepted);
 }

@@ -17,6 +17,7 @@
 #include "tests/sim/fake_socket.h"
 #include "tests/sim/random.h"
 #include "tests/sim/scheduler.h"
+#include "tests/sim/spin_watch.h"
 
 namespace tarn_sim {
 
@@ -111,6 +112,7 @@ class FakeNetwork {
   int connect_stream(const FakeSocketPtr& socket);
   int connect_refused(FakeSocket& socket);
   long send_datagram(FakeSocket& socket, std::string_view bytes);
+  long send_too_late(FakeSocket& socket, size_t size);
   long send_stream(FakeSocket& socket, std::string_view bytes, int flags);
   long receive_datagram(FakeSocket& socket, char* into, size_t room, int flags, Address& from);
   long receive_stream(FakeSocket& socket, char* into, size_t room, int flags);
@@ -131,6 +133,7 @@ class FakeNetwork {
   TaskId reader_ = 0;           // by whom
   std::map<TaskId, uint64_t> sends_;
   uint64_t binds_ = 0;
+  SpinWatch spin_watch_;
   uint16_t next_reserved_ = 20000;
   uint16_t next_port_ = 32768;
   bool faulty_ = true;

@@ -19,6 +19,7 @@ short FakeNetwork::readiness(const FakeSocket& socket) const {
     return static_cast<short>(ready | POLLOUT);
   }
   if (socket.listening) return static_cast<short>(socket.waiting.empty() ? 0 : POLLIN);
+  if (socket.reset) return static_cast<short>(ready | POLLIN | POLLOUT | POLLHUP);
   if (!socket.connected) return static_cast<short>(ready | POLLOUT | POLLHUP);
   if (!socket.bytes.empty() || socket.ended) ready |= POLLIN;
   const FakeSocketPtr other = socket.other.lock();
@@ -49,6 +50,7 @@ int FakeNetwork::interrupt(pollfd* fds, const Polled& polled) {
 
 int FakeNetwork::poll(pollfd* fds, nfds_t count, int timeout_ms) {
   done_reading();
+  spin_watch_.waiting(scheduler_.now());
   Polled polled;
   for (nfds_t i = 0; i < count; ++i) {
     polled.push_back(fds[i].fd >= kFirstDescriptor ? find(fds[i].fd) : nullptr);

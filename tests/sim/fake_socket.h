@@ -59,6 +59,7 @@ struct FakeSocket {
   std::weak_ptr<FakeSocket> other;                  // the connection's other end
   std::string bytes;                                // that have come
   bool ended = false;                               // nothing comes any more
+  bool reset = false;                               // nor does anything go out
 
   std::unique_ptr<Watched> watched;  // of what is no socket, but a set
 };

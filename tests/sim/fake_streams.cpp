@@ -20,6 +20,7 @@ bool FakeNetwork::has_room(const FakeSocket& socket) { return socket.bytes.size(
 int FakeNetwork::connect_refused(FakeSocket& socket) {
   if (!socket.non_blocking) return -ECONNREFUSED;
   socket.error = ECONNREFUSED;
+  socket.reset = socket.ended = true;
   changed();
   return -EINPROGRESS;
 }
@@ -47,7 +48,17 @@ void FakeNetwork::hang_up(FakeSocket& socket) {
   const FakeSocketPtr other = socket.other.lock();
   if (other == nullptr) return;
   other->ended = true;
-  if (!socket.bytes.empty()) other->error = ECONNRESET;
+  if (socket.bytes.empty()) return;
+  other->error = ECONNRESET;
+  other->reset = true;
+}
+
+// Nobody is there to take it; the answer to it says so.
+long FakeNetwork::send_too_late(FakeSocket& socket, size_t size) {
+  socket.error = EPIPE;
+  socket.reset = true;
+  changed();
+  return static_cast<long>(size);
 }
 
 long FakeNetwork::send_stream(FakeSocket& socket, std::string_view bytes, int flags) {
@@ -55,10 +66,12 @@ long FakeNetwork::send_stream(FakeSocket& socket, std::string_view bytes, int fl
   for (;;) {
     if (socket.error != 0) return -std::exchange(socket.error, 0);
     const FakeSocketPtr other = socket.other.lock();
-    if (other == nullptr || other->closed) return -EPIPE;
+    if (socket.reset) return -EPIPE;
+    if (other == nullptr || other->closed) return send_too_late(socket, bytes.size());
     if (has_room(*other)) {
       const size_t size = std::min(bytes.size(), kStreamQueue - other->bytes.size());
       other->bytes.append(bytes.substr(0, size));
+      spin_watch_.moved();
       changed();
       return static_cast<long>(size);
     }
@@ -76,6 +89,7 @@ long FakeNetwork::receive_stream(FakeSocket& socket, char* into, size_t room, in
   const size_t size = std::min(room, socket.bytes.size());
   std::memcpy(into, socket.bytes.data(), size);
   if ((flags & MSG_PEEK) == 0) socket.bytes.erase(0, size);
+  spin_watch_.moved();
   changed();
   return static_cast<long>(size);
 }

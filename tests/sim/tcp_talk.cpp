@@ -15,6 +15,7 @@ namespace {
 
 constexpr size_t kMostBytes = 400'000;
 constexpr size_t kMostAtOnce = 100'000;
+constexpr uint64_t kLongestRefusal = 2 * kNsPerSecond;
 constexpr uint64_t kPatience = 60 * kNsPerSecond;
 
 std::string draw_stream(Random& random) {
@@ -62,8 +63,10 @@ void TcpTalk::check_locks(const char* what) const {
   world_.scheduler().point();
 }
 
-// Nobody listens yet. The error comes again until the handle is gone.
+// Nobody listens yet. The error comes again until the handle is gone, which may be long after.
 void TcpTalk::be_refused() {
+  give_up_at_ = world_.scheduler().now() +
+                client_.random.between(0, 1) * client_.random.between(0, kLongestRefusal);
   {
     const InsideLibrary inside;
     refused_ = tarn_create_tcp_io("127.0.0.1", port_);
@@ -76,6 +79,7 @@ void TcpTalk::on_refusal(int, void* self) {
   const OutsideLibrary outside;
   TcpTalk& talk = *static_cast<TcpTalk*>(self);
   talk.check_locks("error");
+  if (talk.world_.scheduler().now() < talk.give_up_at_) return;
   void* const io = std::exchange(talk.refused_, nullptr);
   if (io == nullptr) fail("{}: an error after the handle was destroyed", talk.name_);
   const InsideLibrary inside;

@@ -64,6 +64,7 @@ class TcpTalk {
   uint16_t port_ = 0;
   void* listener_ = nullptr;
   void* refused_ = nullptr;
+  uint64_t give_up_at_ = 0;  // ns
   bool hung_up_ = false;
 };
 
