@@ -189,23 +189,20 @@ struct Watched {
 
 TEST(TarnPollerRest, LastsForATenthOfASecondAfterAHangUp) {
   Watched watched(never_connected());
-  watched.poller.poll(kLong);
-  ASSERT_EQ(watched.error.count(), 1);
 
-  EXPECT_GE(watched.ms_until(2), kHangUpRest - 5) << "the time before the first pass was over";
+  const int64_t ms = watched.ms_until(2);
 
   EXPECT_EQ(watched.error.count(), 2);
+  EXPECT_GE(ms, kHangUpRest - 1) << "milliseconds are cut off";
 }
 
 TEST(TarnPollerRest, LastsForAHundredthOfASecondAfterAnError) {
   Watched watched(refused());
-  watched.poller.poll(kLong);
-  ASSERT_EQ(watched.error.count(), 1);
 
   const int64_t ms = watched.ms_until(11);
 
   EXPECT_EQ(watched.error.count(), 11);
-  EXPECT_GE(ms, 10 * kErrorRest - 5);
+  EXPECT_GE(ms, 10 * kErrorRest - 10) << "milliseconds are cut off, here and there";
   EXPECT_LT(ms, 10 * kHangUpRest);
 }
 
