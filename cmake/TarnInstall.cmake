@@ -14,7 +14,13 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/tarnConfig.cmake.in
   INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/tarnConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
-# Relative to the prefix, so that the tree can be moved; absolute where it was configured so.
+# Relative to the file, so that the tree can be moved; absolute where it was configured so.
+if(IS_ABSOLUTE ${CMAKE_INSTALL_LIBDIR})
+  set(pc_prefix ${CMAKE_INSTALL_PREFIX})
+else()
+  file(RELATIVE_PATH up /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+  string(REGEX REPLACE "/$" "" pc_prefix "\${pcfiledir}/${up}")
+endif()
 foreach(dir LIBDIR INCLUDEDIR)
   string(TOLOWER pc_${dir} variable)
   if(IS_ABSOLUTE ${CMAKE_INSTALL_${dir}})

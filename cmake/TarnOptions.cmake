@@ -34,6 +34,7 @@ option(TARN_BUILD_TOOLS "Build the command line tool" ${tools_default})
 option(TARN_BUILD_BENCH "Build the benchmarks" OFF)
 option(TARN_BUILD_EXAMPLES "Build the examples" OFF)
 option(TARN_WERROR "Treat warnings as errors" OFF)
+option(TARN_INSTALL "Install the libraries, the headers and what finds them" ${at_the_top})
 set(TARN_SANITIZE "" CACHE STRING "Sanitizers: address,undefined or thread")
 
 add_library(tarn_flags INTERFACE)
@@ -44,6 +45,18 @@ target_compile_options(tarn_flags INTERFACE
   $<$<COMPILE_LANG_AND_ID:CXX,Clang>:-Wthread-safety>
   $<$<BOOL:${TARN_WERROR}>:-Werror>)
 set(CMAKE_CXX_EXTENSIONS OFF)
+
+# What links the static library into a C program.
+set(TARN_CXX_RUNTIME stdc++)
+if("c++" IN_LIST CMAKE_CXX_IMPLICIT_LINK_LIBRARIES)
+  set(TARN_CXX_RUNTIME c++)
+endif()
+
+# ccache keeps nothing that was compiled with precompiled headers, unless its user allows it to be
+# careless.
+if(CMAKE_CXX_COMPILER_LAUNCHER MATCHES ccache)
+  set(CMAKE_DISABLE_PRECOMPILE_HEADERS ON)
+endif()
 
 if(TARN_SANITIZE)
   target_compile_options(tarn_flags INTERFACE
