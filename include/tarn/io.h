@@ -19,11 +19,15 @@
  * other threads find it; its socket is closed by then and they fail. After that, and for any other
  * value, a call logs one line at level 2, does nothing and returns the value given below.
  * tarn_init() must have been called before tarn_destroy_io(), since the worker thread does the
- * release.
+ * release: the process aborts otherwise, with the assertion "0L != px".
  *
  * Addresses are numeric texts. The family of a new socket follows the host, which is asked for a
  * route each time: IPv4 where it is reachable; otherwise IPv6, where IPv4 addresses are reached
- * through NAT64 (64:ff9b::/96). An IPv4 socket refuses IPv6 addresses.
+ * through NAT64 (64:ff9b::/96). An IPv4 socket refuses IPv6 addresses. A UDP listener cannot answer
+ * a peer whose IPv6 address takes more than 15 characters as a text, as most global ones do: its
+ * callback gets a handle whose calls fail.
+ *
+ * All descriptors are close-on-exec. Exceptions, fork() and signals: see tarn.h.
  */
 #ifndef TARN_IO_H_
 #define TARN_IO_H_
@@ -105,7 +109,8 @@ TARN_API int tarn_write(void* io, const char* data, int len);
  *
  * UDP: a peer's first datagram is consumed and delivered to nobody; the peer sends again. Each peer
  * gets a socket of its own on the same port; one that begins with several datagrams at once may get
- * several handles, so begin with one and wait for an answer. Takes 100 ms. Null when the port
+ * several handles, so begin with one and wait for an answer. The call sleeps for 100 ms, and may
+ * wait for the I/O thread besides, so hold no lock that a callback may want. Null when the port
  * cannot be bound; a port that another UDP listener of this kind holds can be. TCP: never null; a
  * listener on a port that is taken never reports anybody. When a connection cannot be accepted, the
  * callback gets a handle whose calls fail. */

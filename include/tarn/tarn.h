@@ -1,9 +1,10 @@
 /*
  * Tarn: one conversation between two peers over datagrams.
  *
- * A session carries reliable, ordered messages of any size and unreliable single datagrams to one
- * peer. The library owns no socket here: the application hands every datagram that it receives to
- * tarn_input() and sends every datagram that the session gives to its output callback.
+ * A session carries reliable, ordered messages, of any size that fits into the send window (32
+ * segments of 1400 bytes unless set), and unreliable single datagrams to one peer. The library owns
+ * no socket here: the application hands every datagram that it receives to tarn_input() and sends
+ * every datagram that the session gives to its output callback.
  *
  *   tarn_init();                                    once, before the first session
  *   void* session = tarn_create();
@@ -12,6 +13,9 @@
  *   tarn_send_reliable(session, data, len);
  *   tarn_input(session, datagram, size);            for every datagram received
  *   tarn_destroy(session);
+ *
+ * tarn_init() comes first: tarn_create(), tarn_update() and tarn_check_update_ms() before it abort
+ * the process with the assertion "0L != px".
  *
  * Handles. A session is known by an opaque handle. A handle is good from tarn_create() until the
  * worker thread has carried out tarn_destroy() or tarn_wait_destroy(). Any other value, null and
@@ -31,6 +35,13 @@
  * Callbacks. Their int results are ignored. A callback may send, feed other sessions, change
  * callbacks and destroy any session, its own included. The worker serves all sessions: a callback
  * that blocks it holds up every re-send and acknowledgement of the process.
+ *
+ * Exceptions and memory. An exception from a callback passes through the call that the callback ran
+ * in and leaves the library whole; on the library's own threads it ends the process. So does a
+ * std::bad_alloc, which the library throws where an allocation fails; it throws nothing else.
+ *
+ * The process. After fork() the child may only exec. The library's threads, "tarn_thread" and
+ * "tarn_io", block all signals, and all its descriptors are close-on-exec.
  *
  * When `user` may be freed. A callback may still be running, or about to run, on another thread
  * while it is replaced or while its session is destroyed. What `user` points to is safe to free
@@ -106,8 +117,9 @@ TARN_API void tarn_version(const char** version);
 
 /* Starts the worker thread ("tarn_thread"), on which all timed work of all sessions runs. Must come
  * before the first tarn_create(), tarn_check_update_ms() and tarn_update(), which abort the process
- * otherwise. If the system refuses the thread, logs at level 1, and nothing timed happens; call it
- * again to try again. Once the thread runs, further calls change nothing. */
+ * otherwise with the assertion "0L != px". If the system refuses the thread, logs at level 1, and
+ * nothing timed happens; call it again to try again. Once the thread runs, further calls change
+ * nothing. */
 TARN_API void tarn_init(void);
 
 /* Logs "tarn fini" and wakes the worker. The worker goes on, sessions stay as they are, nothing is
