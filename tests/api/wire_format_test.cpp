@@ -1,6 +1,4 @@
 // The bytes of each kind of datagram, written out.
-#include <rapidcheck.h>
-
 #include "tests/support/session_fixture.h"
 
 using namespace tarn_test;
@@ -143,30 +141,4 @@ TEST_F(WireFormat, UnreliableLengthIsCutTo16Bits) {
   const Bytes sent = a.sent.at(0);
   ASSERT_EQ(sent.size(), 2u + 3 + 65536 + 5);
   EXPECT_EQ(Bytes(sent.begin(), sent.begin() + 5), (Bytes{'$', 0, 0x07, 0x00, 0x05}));
-}
-
-TEST_F(WireFormat, AnySplitMessageComesApartIntoThePiecesOfItsFlags) {
-  tarn_config_send_window_size(5000);
-  rc::check("pieces are full except the last, flags tell their place", [] {
-    const auto mtu = *rc::gen::inRange(1u, 1500u);
-    const auto size = *rc::gen::inRange<size_t>(1, 4000);
-    tarn_config_mtu(mtu);
-    Endpoint a;
-    const Bytes message = pattern(size, mtu);
-
-    a.send(message);
-
-    const auto pieces = segments_of_type(a.sent.all(), kReliable);
-    Bytes joined;
-    for (size_t i = 0; i < pieces.size(); ++i) {
-      const bool first = i == 0;
-      const bool last = i + 1 == pieces.size();
-      RC_ASSERT(pieces[i].flag == (first ? 2 : 0) + (last ? 1 : 0));
-      RC_ASSERT(pieces[i].seq() == i);
-      RC_ASSERT(last || pieces[i].payload().size() == mtu);
-      joined = concat({joined, pieces[i].payload()});
-    }
-    RC_ASSERT(pieces.size() == (size + mtu - 1) / mtu);
-    RC_ASSERT(joined == message);
-  });
 }
