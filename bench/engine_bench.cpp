@@ -29,6 +29,29 @@ class WideEngine : public Engine {
 };
 BENCHMARK_TEMPLATE(Message, WideEngine)->Arg(65536)->Apply(repeated);
 
+Settings widest_settings() {
+  Settings settings = traffic_settings();
+  settings.window = 1024;
+  return settings;
+}
+
+// Time of one message of several that are acknowledged together, by an answer that is included.
+void MessageUnderWay(benchmark::State& state) {
+  Engine engine(widest_settings());
+  std::vector<char> message(static_cast<size_t>(state.range(0)), 'x');
+  const long under_way = state.range(1);
+  long delivered = 0;
+  while (state.KeepRunningBatch(under_way)) {
+    for (long i = 0; i < under_way; ++i) {
+      tarn_send_reliable(engine.end(0), message.data(), static_cast<int>(message.size()));
+    }
+    tarn_send_reliable(engine.end(1), message.data(), static_cast<int>(message.size()));
+    delivered += under_way + 1;
+  }
+  if (!engine.has_delivered(delivered, message.size())) state.SkipWithError("messages were lost");
+}
+BENCHMARK(MessageUnderWay)->Args({8192, 4})->Args({8192, 16})->Args({8192, 32})->Apply(repeated);
+
 void UnreliableMessage(benchmark::State& state) {
   Engine engine;
   std::vector<char> message(static_cast<size_t>(state.range(0)), 'x');

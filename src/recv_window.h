@@ -26,8 +26,8 @@
 // callback throws; what waits behind it is then released by the next input().
 //
 // One thread at a time feeds it (input, resume, both output, write_to_buffer, try_release_buffer);
-// feedback is taken on any thread (has_feedback, take_feedback, get_una, get_ack). lock_ guards what
-// the two sides share and is never held while the window calls out.
+// feedback is taken on any thread (has_feedback, take_feedback, get_una, get_ack). lock_ guards
+// what the two sides share and is never held while the window calls out.
 class RecvWindow {
  public:
   RecvWindow() = default;

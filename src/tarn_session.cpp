@@ -182,7 +182,8 @@ void TarnSession::input(char* datagram, size_t size) {
     TARN_LOG_DEBUG("%p recv packet type: %u", static_cast<void*>(this), seg.type);
     dispatch(seg);
   }
-  if (reader.rest() > 0) TARN_LOG_WARN("redundant len %lu", static_cast<unsigned long>(reader.rest()));
+  if (reader.rest() > 0)
+    TARN_LOG_WARN("redundant len %lu", static_cast<unsigned long>(reader.rest()));
 }
 
 // A handler logs what is wrong with its segment; the others of the datagram are handled all the

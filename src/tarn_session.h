@@ -60,7 +60,8 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
 
   // Life: tarn_session.cpp.
 
-  // A reference, which the timers keep while they call out; empty if no shared_ptr owns the session.
+  // A reference, which the timers keep while they call out; empty if no shared_ptr owns the
+  // session.
   oxutils::shared_ptr<SendWindow::Owner> hold() override;
   // Starts the periodic cycle. Called once, when a shared_ptr owns the session.
   void start();

@@ -106,7 +106,8 @@ void TarnSession::write_segment(SegmentBytes& segment, const Fragment& fragment)
   const Bytes payload = fragment.payload;
   segment.truncate(wire::kReliableHeadSize + payload.size);
   wire::put_reliable_head(segment.data(), fragment.seq, fragment.flag, payload.size);
-  if (payload.size > 0) memcpy(segment.data() + wire::kReliableHeadSize, payload.data, payload.size);
+  if (payload.size > 0)
+    memcpy(segment.data() + wire::kReliableHeadSize, payload.data, payload.size);
 }
 
 bool TarnSession::send_segment(const Fragment& fragment, SegmentNode&& node) {

@@ -1,4 +1,5 @@
-// TarnSession: the operations on DataViews, for callers that have one. They do nothing of their own.
+// TarnSession: the operations on DataViews, for callers that have one. They do nothing of their
+// own.
 #include <utility>
 
 #include "src/tarn_session.h"

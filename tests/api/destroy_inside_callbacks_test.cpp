@@ -311,7 +311,7 @@ struct Early {
   std::atomic<int> emissions{0};
   std::atomic<bool> created{false};
   std::atomic<bool> destroyed{false};
-  std::atomic<bool> gone{false};           // its destructor has run
+  std::atomic<bool> gone{false};            // its destructor has run
   std::atomic<bool> gone_too_early{false};  // inside the re-send pass
 
   static int on_output(char*, int, void* self) {
