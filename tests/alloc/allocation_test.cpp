@@ -1,11 +1,14 @@
-// How much a call may allocate: what it keeps, and nothing besides. A program of its own, since it
-// replaces operator new.
+// How much a call may allocate: what it keeps, and nothing besides; and what is left when that
+// fails. A program of its own, since it replaces operator new.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <list>
+#include <mutex>
 #include <new>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -18,6 +21,8 @@ thread_local bool counting = false;
 thread_local size_t allocations = 0;
 thread_local size_t allocated_bytes = 0;
 std::atomic<long> live_blocks{0};  // of all threads
+// The allocation of this thread that fails, 0 being the next one; none if it is negative.
+thread_local long failing = -1;
 
 }  // namespace
 
@@ -26,6 +31,7 @@ void* operator new(size_t size) {
     ++allocations;
     allocated_bytes += size;
   }
+  if (failing >= 0 && failing-- == 0) throw std::bad_alloc();
   ++live_blocks;
   if (void* memory = std::malloc(size > 0 ? size : 1)) return memory;
   throw std::bad_alloc();
@@ -210,6 +216,121 @@ TEST_F(Allocation, SessionsDestroyedBeforeTheWorkerHasHeardOfThemLeaveNothing) {
     const Orphans orphans;
     EXPECT_TRUE(blocks_come_down_to(before + kTables)) << live_blocks - before << " are left";
   }
+}
+
+// Whether the call went through with its `failing_now`th allocation failing.
+template <typename Call>
+bool survives(long failing_now, const Call& call) {
+  failing = failing_now;
+  try {
+    call();
+  } catch (const std::bad_alloc&) {
+    failing = -1;
+    return false;
+  }
+  failing = -1;
+  return true;
+}
+
+// The application's own allocations are not part of the test.
+class Spared {
+ public:
+  Spared() : before_(failing) { failing = -1; }
+  ~Spared() { failing = before_; }
+
+ private:
+  const long before_;
+};
+
+// Numbers of the reliable segments that leave, re-sends included.
+class Numbers {
+ public:
+  static int add(char* data, int len, void* self) {
+    const Spared spared;
+    auto* const numbers = static_cast<Numbers*>(self);
+    const std::lock_guard<std::mutex> hold(numbers->guard_);
+    const auto* const bytes = reinterpret_cast<const unsigned char*>(data);
+    if (len >= 7 && bytes[2] < 4) numbers->seen_.insert(bytes[5] << 8 | bytes[6]);
+    return 0;
+  }
+  // Whether there is none missing up to the last one.
+  bool are_whole() {
+    const std::lock_guard<std::mutex> hold(guard_);
+    return !seen_.empty() && *seen_.rbegin() + 1 == static_cast<int>(seen_.size());
+  }
+
+ private:
+  std::mutex guard_;
+  std::set<int> seen_;
+};
+
+TEST(FailedAllocation, LeavesNoHoleInWhatIsSent) {
+  tarn_init();
+  std::list<Numbers> kept;  // a re-send may still be under way in one
+  for (const int size : {100, 3000, 4200}) {
+    bool done = false;
+    long k = 0;
+    for (; !done; ++k) {
+      void* const session = tarn_create();
+      Numbers& numbers = kept.emplace_back();
+      tarn_set_output_callback(session, &Numbers::add, &numbers);
+      std::vector<char> message(static_cast<size_t>(size), 'x');
+      done = survives(k, [&] { tarn_send_reliable(session, message.data(), size); });
+      tarn_send_reliable(session, message.data(), 1);
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+      while (!numbers.are_whole() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+      EXPECT_TRUE(numbers.are_whole()) << size << " bytes, allocation " << k;
+      tarn_set_output_callback(session, discard, nullptr);
+      tarn_destroy(session);
+    }
+    EXPECT_GT(k, 2) << "no allocation failed";
+  }
+}
+
+int add_size(char*, int len, void* sizes) {
+  const Spared spared;
+  static_cast<std::vector<int>*>(sizes)->push_back(len);
+  return 0;
+}
+
+std::vector<char> reliable(unsigned char flag, unsigned char seq, size_t size) {
+  const size_t length = size + 2;
+  std::vector<char> bytes{'$',
+                          0,
+                          static_cast<char>(flag),
+                          static_cast<char>(length >> 8),
+                          static_cast<char>(length),
+                          0,
+                          static_cast<char>(seq)};
+  bytes.resize(bytes.size() + size, 'x');
+  return bytes;
+}
+
+// Each datagram comes again if it met a failure, as it would from a peer.
+TEST(FailedAllocation, LosesNothingOfWhatIsReceived) {
+  tarn_init();
+  std::vector<std::vector<char>> datagrams{
+      reliable(2, 0, 1000), reliable(1, 1, 500), reliable(3, 4, 30), reliable(3, 3, 4000),
+      reliable(3, 2, 5000), reliable(2, 5, 10),  reliable(1, 7, 20), reliable(0, 6, 30)};
+  bool done = false;
+  long k = 0;
+  for (; !done; ++k) {
+    done = true;
+    void* const session = tarn_create();
+    std::vector<int> sizes;
+    tarn_set_recv_reliable_callback(session, add_size, &sizes);
+    for (std::vector<char>& each : datagrams) {
+      const auto input = [&] { tarn_input(session, each.data(), static_cast<int>(each.size())); };
+      if (survives(k, input)) continue;
+      done = false;
+      input();
+    }
+    EXPECT_EQ(sizes, (std::vector<int>{1500, 5000, 4000, 30, 60})) << "allocation " << k;
+    tarn_destroy(session);
+  }
+  EXPECT_GT(k, 2) << "no allocation failed";
 }
 
 }  // namespace
