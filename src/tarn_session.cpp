@@ -29,16 +29,20 @@ void cycle_if_alive(oxutils::weak_ptr<TarnSession> session) {
 
 }  // namespace
 
-TarnSession::TarnSession() : mss_(TarnConfig::instance()->mtu), number_(next_number()) {
+TarnSession::TarnSession()
+    : TarnSession(oxutils::Function(this, &TarnSession::resend),
+                  oxutils::Function(this, &TarnSession::deliver_reliable)) {}
+
+// From the window on, whose timer is on the worker, only a log callback can make this fail.
+TarnSession::TarnSession(oxutils::Function resend, oxutils::Function deliver)
+    : mss_(TarnConfig::instance()->mtu), number_(next_number()) {
   try {
-    const oxutils::Function resend_function(this, &TarnSession::resend);
-    send_window_.set_resend_callback(resend_function, this);
-    recv_window_.set_output_callback(oxutils::Function(this, &TarnSession::deliver_reliable));
+    send_window_.set_resend_callback(resend, this);
+    recv_window_.set_output_callback(std::move(deliver));
     TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
-                  static_cast<void*>(this), get_conv(), static_cast<void*>(resend_function.get()),
+                  static_cast<void*>(this), get_conv(), static_cast<void*>(resend.get()),
                   static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
   } catch (...) {
-    // The window's timer is on the worker already.
     TarnThread::instance()->wait(oxutils::Function(this, &TarnSession::retire));
     throw;
   }

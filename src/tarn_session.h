@@ -159,6 +159,8 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   void make_heartbeat(DataView& heartbeat_seg);
 
  private:
+  TarnSession(oxutils::Function resend, oxutils::Function deliver);
+
   enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
   // Whether the call has made the locked stopped test already. After that only its own callbacks
   // can stop the session in a way that has to be seen, and a look without the lock sees it.

@@ -12,6 +12,7 @@ class DestroyAfterCallback : public SessionFixture {
  protected:
   DestroyAfterCallback() : session_(tarn_create()) {
     tarn_set_output_callback(session_, DatagramRecorder::on_data, &sent_);
+    tarn_set_conv(session_, 1);  // which wait_until_gone() sets as well, as long as it can
   }
   ~DestroyAfterCallback() override {
     EXPECT_EQ(calls_, 1);
@@ -57,20 +58,17 @@ class DestroyAfterCallback : public SessionFixture {
 }  // namespace
 
 TEST_F(DestroyAfterCallback, ErrorOfSilence) {
-  tarn_set_conv(session_, 1);
   set_error();
   advance(5100);
 }
 
 TEST_F(DestroyAfterCallback, OutputOfFeedback) {
-  tarn_set_conv(session_, 1);
   feed(session_, datagram({reliable(0, {1})}));
   set_output();
   advance(50);
 }
 
 TEST_F(DestroyAfterCallback, OutputOfAReSend) {
-  tarn_set_conv(session_, 1);
   for (int i = 0; i < 3; ++i) send();
   set_output();
   advance(60);
