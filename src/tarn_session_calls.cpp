@@ -154,7 +154,8 @@ void tarn_set_conv(void* handle, unsigned int conv) {
     TARN_LOG_WARN("tarn_set_conv fail,bad tarn %%");
     return;
   }
-  TARN_LOG_VERBOSE("tarn %p set conv %ld", handle, static_cast<long>(conv));
+  // Never negative, however long a long is.
+  TARN_LOG_VERBOSE("tarn %p set conv %lld", handle, static_cast<long long>(conv));
   session->set_conv(conv);
 }
 

@@ -3,6 +3,7 @@
 // own.
 #include <errno.h>
 #include <netinet/in.h>
+#include <string.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -41,7 +42,9 @@ class AfterBind {
 std::atomic<unsigned short> unreachable_port{0};
 
 unsigned short port_of(const sockaddr* address) {
-  return ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port);
+  sockaddr_in copy;
+  memcpy(&copy, address, sizeof copy);
+  return ntohs(copy.sin_port);
 }
 
 }  // namespace
