@@ -97,9 +97,17 @@ void TarnIoThread::func() {
 
 void TarnIoThread::loop() {
   while (running_ != 0) {
-    if (!TarnPoller::instance()->poll(next_timeout())) return;
+    if (!TarnPoller::instance()->poll(next_timeout()) && !regain_wake_up()) return;
     do_pendings();
   }
+}
+
+// The last descriptor may have gone just after a shortage that the wake-up fell victim to.
+bool TarnIoThread::regain_wake_up() {
+  const bool just_tried = passes_without_wake_up_ % kPassesToRetry == 1;
+  if (wake_up_.is_open() || just_tried) return false;
+  wake_up_.init();
+  return wake_up_.is_open();
 }
 
 unsigned int TarnIoThread::next_timeout() {

@@ -60,6 +60,8 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   bool create_thread() OX_EXCLUDES(thread_lock_);
   void join_ended() OX_EXCLUDES(thread_lock_);
   void loop();
+  // Nothing is watched: whether the wake-up, which was missing, is there now.
+  bool regain_wake_up();
   // Milliseconds for the next poll; tries to build the wake-up if there is none.
   unsigned int next_timeout();
   void wake();
