@@ -52,6 +52,8 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
 
  private:
   bool try_start() OX_EXCLUDES(start_lock_);
+  // Aborts, after a line on standard error, without start().
+  TarnTimerQueue& timers();
   int file_timer(oxutils::Function f, int delay, int interval);
 
   oxutils::mutex start_lock_;

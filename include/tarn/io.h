@@ -118,8 +118,8 @@ TARN_API void* tarn_start_listen_udp(unsigned short port, TarnNewConnCallback ca
 TARN_API void* tarn_start_listen_tcp(unsigned short port, TarnNewConnCallback callback, void* arg);
 
 /* Stops and releases a listener; its callback does not run any more when this has returned, unless
- * it is the caller. Waits for the I/O thread, so hold no lock that a callback may want. Null is
- * ignored. */
+ * it is the caller. Waits for the I/O thread, so hold no lock that a callback, a log callback
+ * included, may want. Null is ignored. */
 TARN_API void tarn_stop_listen(void* listener);
 
 #ifdef __cplusplus

@@ -15,7 +15,7 @@
  *   tarn_destroy(session);
  *
  * tarn_init() comes first: tarn_create(), tarn_update() and tarn_check_update_ms() before it abort
- * the process with the assertion "0L != px".
+ * the process: a line on standard error says what is missing, and the assertion "0L != px" follows.
  *
  * Handles. A session is known by an opaque handle. A handle is good from tarn_create() until the
  * worker thread has carried out tarn_destroy() or tarn_wait_destroy(). Any other value, null and
@@ -180,7 +180,8 @@ TARN_API int tarn_check_update_ms(void);
 
 /* Runs the due timers now, on the calling thread. Never needed: the worker does it. Returns at once
  * when the worker is in the middle of a turn, and when called from inside a callback of one. The
- * worker rests meanwhile: a callback that this call runs must not wait for it. */
+ * worker rests meanwhile: a callback that this call runs must not wait for it. One may leave it by
+ * an exception or a cancellation; the worker then runs the rest at once. */
 TARN_API void tarn_update(void);
 
 /* ---- Sessions ----------------------------------------------------------------------------- */
