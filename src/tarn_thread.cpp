@@ -1,6 +1,7 @@
 #include "src/tarn_thread.h"
 
-#include <stdio.h>
+#include <stdlib.h>
+#include <unistd.h>
 
 #include <utility>
 
@@ -80,7 +81,8 @@ void tarn_wait_func(oxutils::sem* done, oxutils::Function f) {
 
 // The line is for whoever forgot; the assertion that follows it names no call of theirs.
 TarnTimerQueue& TarnThread::timers() {
-  if (!timers_) fputs("tarn: call tarn_init() first\n", stderr);
+  constexpr char kForgotten[] = "tarn: call tarn_init() first\n";
+  if (!timers_ && write(STDERR_FILENO, kForgotten, sizeof kForgotten - 1) < 0) abort();
   return *timers_.operator->();
 }
 
