@@ -21,7 +21,7 @@ class shared_ptr {
   shared_ptr() = default;
 
   // Takes ownership of `px`; a null pointer makes an empty shared_ptr.
-  explicit shared_ptr(T* px) : px_(px), block_(px != nullptr ? new ControlBlock : nullptr) {
+  explicit shared_ptr(T* px) : px_(px), block_(make_block(px)) {
     MaybeSetupWeakThis(px, *this);
   }
 
@@ -76,6 +76,17 @@ class shared_ptr {
 
   // Adopts a count that the caller has taken.
   shared_ptr(T* px, ControlBlock* block) : px_(px), block_(block) {}
+
+  // An object that cannot be counted goes, as its owner would have let it.
+  static ControlBlock* make_block(T* px) {
+    if (px == nullptr) return nullptr;
+    try {
+      return new ControlBlock;
+    } catch (...) {
+      delete px;
+      throw;
+    }
+  }
 
   void acquire() {
     if (block_ != nullptr) block_->inc_ref();
