@@ -307,7 +307,7 @@ namespace {
 // A session that is used by whoever sees it in the log, before tarn_create() has returned.
 struct Early {
   VirtualClock* clock = nullptr;
-  void* handle = nullptr;
+  std::atomic<void*> handle{nullptr};
   std::atomic<int> emissions{0};
   std::atomic<bool> created{false};
   std::atomic<bool> destroyed{false};
@@ -345,7 +345,7 @@ void use_early(const char* line) {
     early->handle = seen;
     early->use();
   } else if (strstr(line, " destroyed") != nullptr && early->handle != nullptr &&
-             strstr(line, text("tarn %p ", early->handle).c_str()) != nullptr) {
+             strstr(line, text("tarn %p ", early->handle.load()).c_str()) != nullptr) {
     early->gone = true;
   }
 }

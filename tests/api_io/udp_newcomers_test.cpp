@@ -151,11 +151,14 @@ TEST_F(UdpNewcomers, ACrowdOfNewPeersIsNotServedInOneEvent) {
 TEST_F(UdpNewcomers, APeerThatSendsTwiceAndIsGoneEndsNothing) {
   for (int i = 0; i < 50; ++i) {
     PlainSocket peer = PlainSocket::udp();
+    std::atomic<bool> sent{false};
     const AfterBind meanwhile([&] {
+      wait_until([&] { return sent.load(); });
       peer.send_to(listener_.port, "second");
       peer.close();
     });
     peer.send_to(listener_.port, "first");
+    sent = true;
     const auto count = static_cast<size_t>(i + 1);
     ASSERT_TRUE(listener_.handles.wait_for(count));
     void* const io = listener_.handles.at(count - 1);
