@@ -158,7 +158,7 @@ class RecvPair {
 
 TEST(RecvWindowModel, AgreesWithTheLibraryStepByStep) {
   const LibraryLog log;
-  run_campaign<RecvPair>(500'000);
+  run_campaign<RecvPair>(300'000);
 }
 
 }  // namespace
