@@ -2,8 +2,6 @@
 #ifndef TARN_OXUTILS_SINGLETON_H_
 #define TARN_OXUTILS_SINGLETON_H_
 
-#include <pthread.h>
-
 #include <atomic>
 
 #include "oxutils/assert.h"
@@ -58,30 +56,22 @@ class singleton {
   // other threads may be using it. Not virtual: T's own, if it declares one, is called.
   void published() {}
 
-  // Whether the calling thread is constructing the instance; for constructors of T.
-  static bool is_creating() { return creator_ == pthread_self(); }
+  // Makes the instance. T's own, if it declares one, is called; other objects are made without.
+  static T* make() { return new T; }
 
   static inline relaxed<bool> free_{false};
 
  private:
-  struct Creator {
-    Creator() { creator_ = pthread_self(); }
-    ~Creator() { creator_ = pthread_t{}; }
-    Creator(const Creator&) = delete;
-    Creator& operator=(const Creator&) = delete;
-  };
-
   // Apart from the callers' code: it runs once.
   __attribute__((noinline, cold)) static T* create() {
-    // A constructor that asks for the instance which it is making would do so for ever.
-    OX_ASSERT("oxutils/singleton", __LINE__, !is_creating());
     T* created = nullptr;
     {
       const scoped_lock hold(lock_());
+      // A constructor that asks for the instance which it is making would do so for ever.
+      OX_ASSERT("oxutils/singleton", __LINE__, hold.owns_lock());
       T* const existing = instance_.load(std::memory_order_relaxed);
       if (existing != nullptr) return existing;
-      const Creator creator;
-      created = new T;
+      created = T::make();
       instance_.store(created, std::memory_order_release);
     }
     created->published();
@@ -95,7 +85,6 @@ class singleton {
   }
 
   static inline std::atomic<T*> instance_{nullptr};
-  static inline relaxed<pthread_t> creator_{pthread_t{}};  // none but while T is constructed
 };
 
 }  // namespace oxutils

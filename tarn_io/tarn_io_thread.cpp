@@ -19,9 +19,7 @@ constexpr unsigned int kNextCallTimeout = 1;
 
 }  // namespace
 
-TarnIoThread::TarnIoThread() : waker_(this, &TarnIoThread::wake), tid_(pthread_self()) {
-  if (!is_creating()) start();
-}
+TarnIoThread::TarnIoThread(NotStarted) : waker_(this, &TarnIoThread::wake), tid_(pthread_self()) {}
 
 TarnIoThread::~TarnIoThread() {
   TarnIoThread::stop();

@@ -23,7 +23,7 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   static constexpr bool kLivesForEver = true;
 
   // Starts the thread; the process's instance does so once it can be had.
-  TarnIoThread();
+  TarnIoThread() : TarnIoThread(kNotStarted) { start(); }
   // Ends and joins the thread. Not on the thread itself.
   ~TarnIoThread() override;
 
@@ -51,6 +51,9 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
 
  private:
   friend class oxutils::singleton<TarnIoThread>;
+  enum NotStarted { kNotStarted };
+  explicit TarnIoThread(NotStarted);
+  static TarnIoThread* make() { return new TarnIoThread(kNotStarted); }
   void published() { start(); }
 
   // Begins a start, unless the thread is there. Null, or what is wrong with the wake-up, to be

@@ -53,14 +53,20 @@ struct Nested : singleton<Nested> {
 
 // Has another thread ask for the instance when it is told that it can be had.
 struct Announced : singleton<Announced> {
-  Announced() : made_as_instance(is_creating()) {}
   void published() {
     ++told;
     std::thread([] { seen_elsewhere = instance(); }).join();
   }
-  const bool made_as_instance;
   static inline int told = 0;
   static inline Announced* seen_elsewhere = nullptr;
+};
+
+// Has a way of its own to make the instance.
+struct Tailored : singleton<Tailored> {
+  explicit Tailored(bool is) : is_tailored(is) {}
+  Tailored() : Tailored(false) {}
+  static Tailored* make() { return new Tailored(true); }
+  const bool is_tailored;
 };
 
 // Cannot be built the first time.
@@ -126,8 +132,8 @@ TEST(Singleton, AskingWhetherItExistsDoesNotCreateIt) {
 }
 
 TEST(SingletonDeathTest, ConstructorThatAsksForItsOwnInstanceAborts) {
-  EXPECT_ABORT(Nested::instance(), ::tarn_test::assertion_without_line("oxutils/singleton",
-                                                                       "create", "!is_creating()"));
+  EXPECT_ABORT(Nested::instance(), ::tarn_test::assertion_without_line(
+                                       "oxutils/singleton", "create", "hold.owns_lock()"));
 }
 
 TEST(Singleton, IsToldOnceAndWithNoLockHeldThatItCanBeHad) {
@@ -137,13 +143,13 @@ TEST(Singleton, IsToldOnceAndWithNoLockHeldThatItCanBeHad) {
   EXPECT_EQ(Announced::seen_elsewhere, instance);
 }
 
-TEST(Singleton, ConstructorKnowsWhetherItMakesTheInstance) {
-  EXPECT_TRUE(Announced::instance()->made_as_instance);
+TEST(Singleton, ObjectBesideTheInstanceIsNeitherToldNorMadeLikeIt) {
+  EXPECT_TRUE(Tailored::instance()->is_tailored);
+  const Tailored beside;
+  EXPECT_FALSE(beside.is_tailored);
   const int told = Announced::told;
-  const auto* const beside = new Announced;
-  EXPECT_FALSE(beside->made_as_instance);
+  { const Announced another; }
   EXPECT_EQ(Announced::told, told);
-  delete beside;
 }
 
 TEST(Singleton, IsMadeByTheNextCallWhenItsConstructorHasThrown) {
