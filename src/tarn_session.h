@@ -172,7 +172,7 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
     unsigned char flag;
     Bytes payload;
   };
-  class Fragments;
+  struct Fragments;
 
   static Bytes bytes_of(DataView& view);
 
@@ -203,7 +203,6 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   // Emits and keeps it, in memory that is large enough. False when the session has been stopped
   // meanwhile.
   bool send_segment(const Fragment& fragment, SegmentNode&& node);
-  void keep_unsent(Fragments& fragments, std::vector<SegmentNode>& segments);
   static void write_segment(SegmentBytes& segment, const Fragment& fragment);
   void overflow();
   // What input() feeds, which has made the locked test.

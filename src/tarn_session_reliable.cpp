@@ -13,31 +13,23 @@
 #include "src/wire_format.h"
 
 // A message that is sent in pieces, under a run of numbers.
-class TarnSession::Fragments {
- public:
-  Fragments(Bytes message, size_t max_size, unsigned short first)
-      : rest_(message), max_size_(max_size), seq_(first) {}
+struct TarnSession::Fragments {
+  Bytes message;
+  size_t max_size;
+  unsigned short first;
 
-  // What has not been taken.
-  Bytes rest() const { return rest_; }
-  bool empty() const { return rest_.size == 0; }
-  bool is_last() const { return rest_.size <= max_size_; }
-
-  // Requires: there is something left.
-  Fragment take() {
-    const Bytes payload{rest_.data, std::min(rest_.size, max_size_)};
-    const Fragment taken{seq_, is_last() ? wire::kLast : flag_, payload};
-    rest_ = Bytes{rest_.data + payload.size, rest_.size - payload.size};
-    flag_ = wire::kMiddle;
-    ++seq_;
-    return taken;
+  // What the fragments before `index` leave of it.
+  Bytes rest(size_t index) const {
+    const size_t taken = index * max_size;
+    return Bytes{message.data + taken, message.size - taken};
   }
-
- private:
-  Bytes rest_;
-  const size_t max_size_;
-  unsigned short seq_;
-  unsigned char flag_ = wire::kFirst;
+  Fragment at(size_t index) const {
+    const Bytes left = rest(index);
+    const Bytes payload{left.data, std::min(left.size, max_size)};
+    const unsigned char flag = index == 0 ? wire::kFirst : wire::kMiddle;
+    return Fragment{static_cast<unsigned short>(first + index),
+                    payload.size == left.size ? wire::kLast : flag, payload};
+  }
 };
 
 TarnSession::Bytes TarnSession::send_message(Bytes message, unsigned char flag) {
@@ -73,33 +65,27 @@ TarnSession::Bytes TarnSession::send_fragments(Bytes message, size_t max_size) {
   std::vector<SegmentNode> segments = send_window_.pool().take(kept, segment_size);
   unsigned short first = 0;
   if (!take_seqs(count, first)) return message;
-  Fragments fragments(message, max_size, first);
+  const Fragments fragments{message, max_size, first};
+  size_t index = 0;
+  bool goes_on = true;
   try {
-    for (;;) {
+    for (; goes_on && index < count; ++index) {
       // More are kept than fit into the window at a time: it is acknowledged meanwhile.
       if (segments.empty()) segments.push_back(send_window_.pool().take(segment_size));
-      if (fragments.is_last()) {
-        const Bytes last = fragments.rest();
-        send_segment(fragments.take(), std::move(segments.back()));
-        return last;
-      }
-      if (!send_segment(fragments.take(), std::move(segments.back()))) return fragments.rest();
+      goes_on = send_segment(fragments.at(index), std::move(segments.back()));
       segments.pop_back();
     }
   } catch (...) {
-    if (!segments.empty()) segments.pop_back();  // of the one that was being sent
-    keep_unsent(fragments, segments);
+    // A callback has thrown in the middle of the message: the re-sends bring what did not leave.
+    while (++index < count && segments.size() > 1) {
+      segments.pop_back();  // of the fragment before
+      const Fragment fragment = fragments.at(index);
+      write_segment(segments.back().mapped(), fragment);
+      send_window_.write(fragment.seq, std::move(segments.back()));
+    }
     throw;
   }
-}
-
-// A callback has thrown in the middle of the message: the re-sends bring what did not leave.
-void TarnSession::keep_unsent(Fragments& fragments, std::vector<SegmentNode>& segments) {
-  for (; !segments.empty() && !fragments.empty(); segments.pop_back()) {
-    const Fragment fragment = fragments.take();
-    write_segment(segments.back().mapped(), fragment);
-    send_window_.write(fragment.seq, std::move(segments.back()));
-  }
+  return fragments.rest(std::min(index, count - 1));
 }
 
 void TarnSession::write_segment(SegmentBytes& segment, const Fragment& fragment) {
