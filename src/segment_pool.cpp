@@ -36,18 +36,12 @@ void SegmentPool::make_room(size_t count) {
 void SegmentPool::settle() {
   const TryFlag<>::Entry entry(flag_);
   if (!entry) return;
-  if (unused_ > 0) drop_unused();
-  unused_ = count_;
-}
-
-// The last ones in are the first ones out, so these are at the front.
-void SegmentPool::drop_unused() {
-  made_ -= std::min(made_, unused_);
+  // The last ones in are the first ones out, so these are at the front. Their room goes as well.
   const auto first = places_.begin();
-  std::move(first + static_cast<std::ptrdiff_t>(unused_),
-            first + static_cast<std::ptrdiff_t>(count_), first);
+  if (unused_ > 0) places_.erase(first, first + static_cast<std::ptrdiff_t>(unused_));
+  made_ -= std::min(made_, unused_);
   count_ -= unused_;
-  for (; unused_ > 0; --unused_) places_[count_ + unused_ - 1] = SegmentNode();
+  unused_ = count_;
 }
 
 void SegmentPool::clear() {

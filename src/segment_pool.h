@@ -58,7 +58,6 @@ class SegmentPool {
     return std::move(places_[count_]);
   }
   void take_spares(size_t count, std::vector<SegmentNode>& segments);
-  void drop_unused();
   // For so many more to come back.
   void make_room(size_t count);
 

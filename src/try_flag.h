@@ -4,22 +4,19 @@
 
 #include <atomic>
 
-// For what can be done without as well. Any thread. What happens between enter() and leave() is
-// seen by whoever enters next. `Atomic` is std::atomic<bool>, or what stands in for it in a test.
+// For what can be done without as well. Any thread. What happens inside is seen by whoever enters
+// next. `Atomic` is std::atomic<bool>, or what stands in for it in a test.
 template <typename Atomic = std::atomic<bool>>
 class TryFlag {
  public:
-  // False while somebody is inside.
-  bool enter() { return !entered_.exchange(true, std::memory_order_acquire); }
-  // Requires: this thread has entered.
-  void leave() { entered_.store(false, std::memory_order_release); }
-
-  // Enters for as long as it lives, if it can.
+  // Inside for as long as it lives, unless somebody was when it came.
   class Entry {
    public:
-    explicit Entry(TryFlag& flag) : flag_(flag), is_inside_(flag.enter()) {}
+    explicit Entry(TryFlag& flag)
+        : entered_(flag.entered_),
+          is_inside_(!entered_.exchange(true, std::memory_order_acquire)) {}
     ~Entry() {
-      if (is_inside_) flag_.leave();
+      if (is_inside_) entered_.store(false, std::memory_order_release);
     }
     Entry(const Entry&) = delete;
     Entry& operator=(const Entry&) = delete;
@@ -27,7 +24,7 @@ class TryFlag {
     explicit operator bool() const { return is_inside_; }
 
    private:
-    TryFlag& flag_;
+    Atomic& entered_;
     const bool is_inside_;
   };
 
