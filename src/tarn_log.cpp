@@ -3,10 +3,6 @@
 #include <stdarg.h>
 #include <stdio.h>
 
-TarnLog::TarnLog() = default;
-
-TarnLog::~TarnLog() = default;
-
 void TarnLog::set_log_callback(void (*callback)(const char*)) {
   callback_.store(callback, std::memory_order_release);
 }

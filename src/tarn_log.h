@@ -24,9 +24,6 @@ class TarnLog : public oxutils::singleton<TarnLog> {
   static constexpr LogLevel LOG_DEBUG = 4;    // control traffic, runtime detail
   static constexpr LogLevel LOG_VERBOSE = 5;  // every datagram and payload
 
-  TarnLog();
-  ~TarnLog() override;
-
   virtual void set_log_callback(void (*callback)(const char*));
   virtual void set_log_callback2(void (*callback)(int, const char*));
   // Messages of a level above `level` are dropped; 0, the default, drops all.

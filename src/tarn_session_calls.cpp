@@ -112,37 +112,25 @@ int tarn_wait_destroy(void* handle, unsigned int wait_ms) {
 
 void tarn_set_output_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
-  if (!session) {
-    log_no_output();
-    return;
-  }
+  if (!session) return log_no_output();
   session->set_output_callback(callback, user);
 }
 
 void tarn_set_recv_reliable_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
-  if (!session) {
-    log_no_recv_reliable(handle);
-    return;
-  }
+  if (!session) return log_no_recv_reliable(handle);
   session->set_recv_reliable_callback(callback, user);
 }
 
 void tarn_set_recv_unreliable_callback(void* handle, TarnDataCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
-  if (!session) {
-    log_no_recv_unreliable(handle);
-    return;
-  }
+  if (!session) return log_no_recv_unreliable(handle);
   session->set_recv_unreliable_callback(callback, user);
 }
 
 void tarn_set_error_callback(void* handle, TarnErrorCallback callback, void* user) {
   const SessionHold session = tarn_sessions().hold(handle);
-  if (!session) {
-    log_no_error(handle);
-    return;
-  }
+  if (!session) return log_no_error(handle);
   session->set_error_callback(callback, user);
 }
 
