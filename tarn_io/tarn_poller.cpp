@@ -14,10 +14,6 @@ constexpr int kErrorRest = 10;
 
 }  // namespace
 
-TarnPoller::TarnPoller() = default;
-
-TarnPoller::~TarnPoller() = default;
-
 void TarnPoller::watch_read(int fd, oxutils::Function f) {
   store(fd, &EventHandler::read_func, std::move(f));
 }
@@ -48,8 +44,7 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
       handler.generation = next_generation();
       handler.rest_until = 0;
     }
-    std::swap(handler.*slot, f);
-    retire(f);
+    replace(handler.*slot, f);
     // Also for what the set watches already: another file with the number is noticed by that.
     arm(fd, handler);
     if (get_events_flag(handler) == 0) note_review(fd);
@@ -154,10 +149,12 @@ void TarnPoller::let_go() {
   has_retired_ = false;
 }
 
-void TarnPoller::retire(oxutils::Function& f) {
-  if (!f || running_ == 0) return;
-  retired_.push_back(std::move(f));
-  has_retired_ = true;
+void TarnPoller::replace(oxutils::Function& held, oxutils::Function& f) {
+  if (held && running_ != 0) {
+    retired_.push_back(std::move(held));
+    has_retired_ = true;
+  }
+  std::swap(held, f);
 }
 
 // Write readiness is told once per watch. Emptied after the call: a watch made inside it is undone,
@@ -168,8 +165,7 @@ void TarnPoller::run_write(int fd, uint32_t generation) {
   const oxutils::scoped_lock hold(lock_);
   EventHandler* const handler = find(fd, generation);
   if (handler == nullptr) return;
-  std::swap(handler->write_func, old);
-  retire(old);
+  replace(handler->write_func, old);
   arm(fd, *handler);
   note_review(fd);
 }

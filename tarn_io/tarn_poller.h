@@ -41,9 +41,6 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
     int64_t rest_until = 0;  // monotonic milliseconds; until then it is not polled
   };
 
-  TarnPoller();
-  ~TarnPoller() override;
-
   // Store a function in the slot, in place of an earlier one.
   void watch_read(int fd, oxutils::Function f) OX_EXCLUDES(lock_);
   void watch_write(int fd, oxutils::Function f) OX_EXCLUDES(lock_);
@@ -100,8 +97,8 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // there is nothing to run.
   bool run(int fd, Slot slot, uint32_t generation) OX_EXCLUDES(lock_);
   void run_write(int fd, uint32_t generation) OX_EXCLUDES(lock_);
-  // Keeps a function that was replaced, if it may be running, until let_go().
-  void retire(oxutils::Function& f) OX_REQUIRES(lock_);
+  // Swaps the two, but what was held stays until let_go() if it may be running.
+  void replace(oxutils::Function& held, oxutils::Function& f) OX_REQUIRES(lock_);
   void let_go() OX_EXCLUDES(lock_);
   // Begins the rest after an error or a hang-up, which come again at once whatever is polled for.
   void rest(const ReadyDescriptor& ready) OX_EXCLUDES(lock_);
