@@ -11,9 +11,6 @@ class TarnConfig : public oxutils::singleton<TarnConfig> {
  public:
   static constexpr bool kLivesForEver = true;
 
-  TarnConfig();
-  ~TarnConfig() override;
-
   oxutils::relaxed<unsigned int> mtu{1400};             // bytes; copied by each new session
   oxutils::relaxed<unsigned int> rtx_timeout{50};       // ms; taken by each session's start
   oxutils::relaxed<unsigned int> active_timeout{5000};  // ms

@@ -61,23 +61,12 @@ void TarnEvent::Reset() {
   pthread_mutex_unlock(&mutex_);
 }
 
-void TarnEvent::wait_forever() {
-  while (!signalled_ && pthread_cond_wait(&cond_, &mutex_) == 0) {
-  }
-}
-
-void TarnEvent::wait_until(const timespec& deadline) {
-  while (!signalled_ && pthread_cond_timedwait(&cond_, &mutex_, &deadline) == 0) {
-  }
-}
-
 bool TarnEvent::Wait(int ms) {
   const timespec deadline = deadline_after(ms > 0 ? ms : 0);
   pthread_mutex_lock(&mutex_);
-  if (ms == kForever) {
-    wait_forever();
-  } else {
-    wait_until(deadline);
+  for (int result = 0; !signalled_ && result == 0;) {
+    result = ms == kForever ? pthread_cond_wait(&cond_, &mutex_)
+                            : pthread_cond_timedwait(&cond_, &mutex_, &deadline);
   }
   const bool was_signalled = signalled_;
   if (!manual_reset_) signalled_ = false;

@@ -26,8 +26,6 @@ class TarnEvent {
 
  private:
   void destroy();
-  void wait_forever();
-  void wait_until(const timespec& deadline);
 
   pthread_mutex_t mutex_;
   pthread_cond_t cond_;

@@ -7,8 +7,6 @@
 
 #include "src/tarn_log.h"
 
-TarnThread::TarnThread() = default;
-
 TarnThread::~TarnThread() {
   ending_ = true;
   event_.Set();

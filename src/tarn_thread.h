@@ -24,7 +24,7 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
  public:
   static constexpr bool kLivesForEver = true;
 
-  TarnThread();
+  TarnThread() = default;
   // Ends and joins the worker. Not on the worker itself.
   ~TarnThread() override;
 

@@ -120,7 +120,6 @@ class TarnTimerQueue {
   using OneShots = std::set<OneShot, Earlier>;
 
   bool on_owner_thread();
-  void set_unfiled(const TimerPtr& timer) OX_EXCLUDES(unfiled_lock_);
   TimerPtr take_unfiled(int id) OX_EXCLUDES(unfiled_lock_);
   OneShots take_due(unsigned int now);
   void run_due(unsigned int now);

@@ -79,7 +79,10 @@ int TarnTimerQueue::add_timer(oxutils::Function func, int delay, int interval) {
     TARN_LOG_WARN("add_timer id: %d, delay: %d, interval: %d, current tid %u, thread_id %u", id, d,
                   interval, tid_number(pthread_self()), tid_number(owner_->get_tid()));
   }
-  set_unfiled(timer);
+  {
+    const oxutils::scoped_lock hold(unfiled_lock_);
+    unfiled_[id] = timer;
+  }
   try {
     owner_->run(oxutils::Function(this, &TarnTimerQueue::addTimerInLoop, std::move(timer), d));
   } catch (...) {  // out of memory, and never on its way
@@ -87,11 +90,6 @@ int TarnTimerQueue::add_timer(oxutils::Function func, int delay, int interval) {
     throw;
   }
   return id;
-}
-
-void TarnTimerQueue::set_unfiled(const TimerPtr& timer) {
-  const oxutils::scoped_lock hold(unfiled_lock_);
-  unfiled_[timer->id()] = timer;
 }
 
 TarnTimerQueue::TimerPtr TarnTimerQueue::take_unfiled(int id) {

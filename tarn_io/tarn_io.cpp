@@ -42,8 +42,7 @@ void TarnIo::set_writeable_callback(Callback callback, void* arg) {
   bool pending = false;
   {
     const oxutils::scoped_lock hold(lock_);
-    writeable_cb_ = callback;
-    writeable_arg_ = arg;
+    writeable_cb_ = {callback, arg};
     if (callback != nullptr) pending = std::exchange(writeable_pending_, false);
   }
   if (pending) callback(arg);
@@ -53,8 +52,7 @@ void TarnIo::set_error_callback(ErrorCallback callback, void* arg) {
   int pending = 0;
   {
     const oxutils::scoped_lock hold(lock_);
-    error_cb_ = callback;
-    error_arg_ = arg;
+    error_cb_ = {callback, arg};
     if (callback != nullptr) pending = std::exchange(error_pending_, 0);
   }
   if (pending != 0) callback(pending, arg);
@@ -178,33 +176,29 @@ bool TarnIo::read_stream() {
 }
 
 void TarnIo::trigger_write() {
-  Callback callback = nullptr;
-  void* arg = nullptr;
+  WriteableCallback callback = {};
   {
     const oxutils::scoped_lock hold(lock_);
     callback = writeable_cb_;
-    arg = writeable_arg_;
-    writeable_pending_ = callback == nullptr;
+    writeable_pending_ = callback.function == nullptr;
   }
-  if (callback != nullptr) callback(arg);
+  if (callback.function != nullptr) callback.function(callback.user);
 }
 
 void TarnIo::trigger_error() {
   const int error = TarnSocket::last_error();
   if (!is_stream_) keep_pending_error();
   if (told_of_end_ && !has_error()) return;
-  ErrorCallback callback = nullptr;
-  void* arg = nullptr;
+  ErrorCallbackPair callback = {};
   int pending = 0;
   {
     const oxutils::scoped_lock hold(lock_);
     callback = error_cb_;
-    arg = error_arg_;
-    if (callback == nullptr) error_pending_ = error;
+    if (callback.function == nullptr) error_pending_ = error;
     pending = error_pending_;
   }
-  if (callback != nullptr) {
-    callback(pending, arg);  // the code remembered, not the present one
+  if (callback.function != nullptr) {
+    callback.function(pending, callback.user);  // the code remembered, not the present one
   } else {
     unwatch_error();  // it would come again at once; setting the callback watches again
   }

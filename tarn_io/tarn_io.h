@@ -87,6 +87,8 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
 
  private:
   using ReadableCallback = CallbackSlot<Callback>;
+  using WriteableCallback = CallbackSlot<Callback>::Pair;
+  using ErrorCallbackPair = CallbackSlot<ErrorCallback>::Pair;
 
   // An output callback whose `user` is the number of an object that may be gone.
   static int output_numbered(char* data, int len, void* number);
@@ -116,10 +118,8 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
 
   mutable oxutils::mutex lock_;
   ReadableCallback readable_cb_;  // written under lock_; while there is one, nothing is pending
-  Callback writeable_cb_ OX_GUARDED_BY(lock_) = nullptr;
-  ErrorCallback error_cb_ OX_GUARDED_BY(lock_) = nullptr;
-  void* writeable_arg_ OX_GUARDED_BY(lock_) = nullptr;
-  void* error_arg_ OX_GUARDED_BY(lock_) = nullptr;
+  WriteableCallback writeable_cb_ OX_GUARDED_BY(lock_) = {};
+  ErrorCallbackPair error_cb_ OX_GUARDED_BY(lock_) = {};
   bool readable_pending_ OX_GUARDED_BY(lock_) = false;
   bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
   int error_pending_ OX_GUARDED_BY(lock_) = 0;  // errno

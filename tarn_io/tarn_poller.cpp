@@ -26,15 +26,9 @@ void TarnPoller::watch_error(int fd, oxutils::Function f) {
   store(fd, &EventHandler::error_func, std::move(f));
 }
 
-void TarnPoller::unwatch_read(int fd) { store(fd, &EventHandler::read_func, oxutils::Function()); }
-
-void TarnPoller::unwatch_write(int fd) {
-  store(fd, &EventHandler::write_func, oxutils::Function());
-}
-
-void TarnPoller::unwatch_error(int fd) {
-  store(fd, &EventHandler::error_func, oxutils::Function());
-}
+void TarnPoller::unwatch_read(int fd) { store(fd, &EventHandler::read_func, {}); }
+void TarnPoller::unwatch_write(int fd) { store(fd, &EventHandler::write_func, {}); }
+void TarnPoller::unwatch_error(int fd) { store(fd, &EventHandler::error_func, {}); }
 
 void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
   {

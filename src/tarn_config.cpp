@@ -1,5 +1,0 @@
-#include "src/tarn_config.h"
-
-TarnConfig::TarnConfig() = default;
-
-TarnConfig::~TarnConfig() = default;
