@@ -49,7 +49,7 @@ bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
 bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
   log_output(seq);
   // Whoever got the log lines may have fed the same segment.
-  if (!is_next(seq)) {
+  if (seq != (started ? next_of(last_seq) : 0)) {
     mark_una_updated();
     return true;
   }
@@ -61,10 +61,6 @@ bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
     throw;
   }
   return true;
-}
-
-bool RecvWindow::is_next(unsigned short seq) const {
-  return started ? seq == next_of(last_seq) : seq == 0;
 }
 
 void RecvWindow::mark_una_updated() {

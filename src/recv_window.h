@@ -75,8 +75,6 @@ class RecvWindow {
  private:
   // The next segment in order, and what waited for it.
   bool deliver(unsigned short seq, const DataView& data, bool last) OX_EXCLUDES(lock_);
-  // Whether the stream goes on, or begins, with `seq`.
-  bool is_next(unsigned short seq) const;
   // `starts`: it is the first one of the stream.
   void accept(unsigned short seq, DataView&& data, bool last, bool starts) OX_EXCLUDES(lock_);
   void advance(unsigned short seq, bool starts) OX_EXCLUDES(lock_);

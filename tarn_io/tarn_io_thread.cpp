@@ -130,15 +130,13 @@ void TarnIoThread::run(oxutils::Function f) {
   } else if (pendings_.push(f)) {
     wake();
   } else {
-    join_ended();
+    {
+      // The loop has ended: nothing of what was handed over before is left to run after this.
+      const oxutils::scoped_lock hold(thread_lock_);
+      if (thread_) thread_->join();
+    }
     f();
   }
-}
-
-// The loop has ended: nothing of what was handed over before is left to run when this returns.
-void TarnIoThread::join_ended() {
-  const oxutils::scoped_lock hold(thread_lock_);
-  if (thread_) thread_->join();
 }
 
 void TarnIoThread::wait(oxutils::Function f) {

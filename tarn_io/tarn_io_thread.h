@@ -61,7 +61,6 @@ class TarnIoThread : public TarnThreadBase, public oxutils::singleton<TarnIoThre
   const char* prepare() OX_EXCLUDES(thread_lock_);
   // False when the system has refused it; the queue is closed then.
   bool create_thread() OX_EXCLUDES(thread_lock_);
-  void join_ended() OX_EXCLUDES(thread_lock_);
   void loop();
   // Nothing is watched: whether the wake-up, which was missing, is there now.
   bool regain_wake_up();

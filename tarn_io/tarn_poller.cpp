@@ -35,7 +35,8 @@ void TarnPoller::store(int fd, Slot slot, oxutils::Function f) {
     const oxutils::scoped_lock hold(lock_);
     EventHandler& handler = handlers_[fd];
     if (get_events_flag(handler) == 0) {
-      handler.generation = next_generation();
+      if (++last_generation_ == kAny) ++last_generation_;
+      handler.generation = last_generation_;
       handler.rest_until = 0;
     }
     replace(handler.*slot, f);
@@ -68,11 +69,6 @@ void TarnPoller::rest_for(int fd, EventHandler& handler, int ms) {
   note_review(fd);
 }
 
-uint32_t TarnPoller::next_generation() {
-  if (++last_generation_ == kAny) ++last_generation_;
-  return last_generation_;
-}
-
 TarnPoller::EventHandler* TarnPoller::find(int fd, uint32_t generation) {
   const auto found = handlers_.find(fd);
   if (found == handlers_.end()) return nullptr;
@@ -89,12 +85,8 @@ void TarnPoller::reset_waker(const oxutils::Function& f) {
   if (waker_.get() == f.get()) waker_ = oxutils::Function();
 }
 
-bool TarnPoller::is_polling_thread() const {
-  return pthread_equal(polling_thread_, pthread_self()) != 0;
-}
-
 void TarnPoller::wake() {
-  if (is_polling_thread()) return;
+  if (polling_thread_ == pthread_self()) return;
   oxutils::Function waker;
   {
     const oxutils::scoped_lock hold(lock_);

@@ -86,8 +86,6 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   void store(int fd, Slot slot, oxutils::Function f) OX_EXCLUDES(lock_);
   // The entry, if there is one of that generation.
   EventHandler* find(int fd, uint32_t generation) OX_REQUIRES(lock_);
-  uint32_t next_generation() OX_REQUIRES(lock_);
-  bool is_polling_thread() const;
   void wake() OX_EXCLUDES(lock_);
 
   // Runs what the events are for, with the rest that they may begin.
@@ -107,8 +105,6 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   // Does what there is to do before a wait on the kernel's set. What it returns is that, or kNone
   // if it does not know all that is watched. The timeout becomes less if a rest ends before.
   int settle(int& timeout) OX_EXCLUDES(lock_);
-  // The set has failed in a wait.
-  void give_up_set() OX_EXCLUDES(lock_);
   // A pass by poll(). False at once when nothing is watched.
   bool look(int timeout) OX_EXCLUDES(lock_);
   // As settle(). False when nothing is watched.
@@ -123,7 +119,6 @@ class TarnPoller : public oxutils::singleton<TarnPoller> {
   short wanted(EventHandler& handler);
   // Tells the set.
   void arm(int fd, EventHandler& handler) OX_REQUIRES(lock_);
-  // The set lacks something.
   void note_failure() OX_REQUIRES(lock_);
   // The next pass is to look at the entry before it waits.
   void note_review(int fd) OX_REQUIRES(lock_);

@@ -27,14 +27,12 @@ bool TarnPoller::poll(unsigned int timeout) {
   const int count = EpollSet::wait(set, longest, ready);
   for (int i = 0; i < count; ++i) tell(ready[i]);
   if (count > 0 || (count < 0 && errno == EINTR)) return true;
-  if (count < 0) give_up_set();
+  if (count < 0) {
+    const oxutils::scoped_lock hold(lock_);
+    note_failure();
+  }
   look(count < 0 ? ms : ms - longest);
   return true;
-}
-
-void TarnPoller::give_up_set() {
-  const oxutils::scoped_lock hold(lock_);
-  note_failure();
 }
 
 int TarnPoller::settle(int& timeout) {
