@@ -26,9 +26,8 @@ class thread {
   bool created() const { return created_; }
 
  private:
-  // Whatever would leave the function ends the process: an exception, and just so what unwinds a
-  // thread that is cancelled or exits inside a callback. That thread would be gone without a word,
-  // and everybody who hands work to it would wait for ever.
+  // Whatever would leave the function ends the process, be it an exception or what unwinds a thread
+  // that is cancelled inside a callback: all who hand work to the thread would wait for ever.
   static void* entry(void* self) noexcept;
   void run();
 

@@ -44,19 +44,9 @@ void DataView::BlockList::push_back(oxutils::shared_ptr<Block> block) {
   (empty() ? first_ : second_) = std::move(block);
 }
 
-void DataView::BlockList::clear() {
-  second_.reset();
-  first_.reset();
-}
-
 bool DataView::is_sole_owner() const {
   const oxutils::shared_ptr<Block>& block = blocks_.front();
   return block->owns_bytes() && block.use_count() == 1;
-}
-
-void DataView::replace_blocks(oxutils::shared_ptr<Block> block) {
-  blocks_.clear();
-  blocks_.push_back(std::move(block));
 }
 
 void DataView::merge_blocks() {
@@ -65,7 +55,7 @@ void DataView::merge_blocks() {
   for (const Block* const block : {blocks_.front().get(), blocks_.back().get()}) {
     bytes.insert(bytes.end(), block->data(), block->data() + block->size());
   }
-  replace_blocks(create_block(std::move(bytes)));
+  blocks_ = BlockList(create_block(std::move(bytes)));
 }
 
 void DataView::write_uint16(unsigned long pos, unsigned short value) {
@@ -92,7 +82,7 @@ void DataView::append(DataView& other) {
   oxutils::shared_ptr<Block> others;
   if (size() > 0) own = copy_bytes();
   if (other.size() > 0) others = other.copy_bytes();
-  blocks_.clear();
+  blocks_ = BlockList();
   if (own) blocks_.push_back(std::move(own));
   if (others) blocks_.push_back(std::move(others));
   offset_ = trim_ = 0;

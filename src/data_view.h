@@ -136,8 +136,6 @@ class DataView {
   DataView slice(unsigned long len) {
     merge();
     DataView head(*this);
-    // On a view with a trim_ of its own the result reaches trim_ bytes further: callers slice views
-    // that reach to the end of their block.
     head.trim_ = total() - (offset_ + len) - trim_;
     offset_ += len;
     return head;
@@ -173,7 +171,6 @@ class DataView {
     oxutils::shared_ptr<Block>& back() { return second_; }
     const oxutils::shared_ptr<Block>& back() const { return second_; }
     void push_back(oxutils::shared_ptr<Block> block);
-    void clear();
 
    private:
     oxutils::shared_ptr<Block> first_;
@@ -196,7 +193,6 @@ class DataView {
   char* front_data() const { return blocks_.front()->data() + offset_; }
   // An owned copy of the view's bytes; merges the view first.
   oxutils::shared_ptr<Block> copy_bytes();
-  void replace_blocks(oxutils::shared_ptr<Block> block);
 
   BlockList blocks_;
   unsigned long offset_ = 0;  // bytes consumed at the front of the first block

@@ -55,25 +55,22 @@ int TarnSocket::create_socket(AddrFamily af, Protocol p) {
 bool TarnSocket::ip_v6_only() { return !has_ip_v4() && has_ip_v6(); }
 
 bool TarnSocket::has_ip_v4() {
-  sockaddr_in address = {};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(kProbePort);
-  address.sin_addr.s_addr = htonl(kProbeIpv4);
-  Address any;
-  any.v4 = address;
-  const bool found = ip_stack_check_connect(AF_INET, &any.any, sizeof address);
+  Address probed = {};
+  probed.v4.sin_family = AF_INET;
+  probed.v4.sin_port = htons(kProbePort);
+  probed.v4.sin_addr.s_addr = htonl(kProbeIpv4);
+  const bool found = ip_stack_check_connect(AF_INET, &probed.any, sizeof probed.v4);
   TARN_LOG_VERBOSE("chenck ipv4 %d", found ? 1 : 0);
   return found;
 }
 
 bool TarnSocket::has_ip_v6() {
-  sockaddr_in6 address = {};
-  address.sin6_family = AF_INET6;
-  address.sin6_port = htons(kProbePort);
-  address.sin6_addr.s6_addr[0] = kProbeIpv6FirstByte;
-  Address any;
-  any.v6 = address;
-  const bool found = ip_stack_check_connect(AF_INET6, &any.any, sizeof address);
+  Address probed;
+  probed.v6 = {};
+  probed.v6.sin6_family = AF_INET6;
+  probed.v6.sin6_port = htons(kProbePort);
+  probed.v6.sin6_addr.s6_addr[0] = kProbeIpv6FirstByte;
+  const bool found = ip_stack_check_connect(AF_INET6, &probed.any, sizeof probed.v6);
   TARN_LOG_VERBOSE("chenck ipv6 %d", found ? 1 : 0);
   return found;
 }
