@@ -63,7 +63,7 @@ void TarnThread::run(oxutils::Function f) {
 }
 
 void TarnThread::wait(oxutils::Function f) {
-  if (is_in_thread()) {
+  if (is_in_thread() || updater_ == pthread_self()) {
     f();
     return;
   }
@@ -112,10 +112,13 @@ void TarnThread::update() {
   TarnTimerQueue& queue = timers();  // aborts, without start(), before the turn
   const auto turn = turn_.try_begin();
   if (!turn) return;
+  updater_ = pthread_self();
   try {
     queue.process_timers();
   } catch (...) {
+    updater_ = pthread_t{};
     event_.Set();  // the worker does the rest
     throw;
   }
+  updater_ = pthread_t{};
 }

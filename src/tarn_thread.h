@@ -33,7 +33,8 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   void stop() override;
   pthread_t get_tid() override;
   void run(oxutils::Function f) override;
-  // No time limit; before start() it waits for ever. Inline on the worker.
+  // No time limit; before start() it waits for ever. Inline on the worker, and inside update(),
+  // which keeps the worker from taking any call.
   void wait(oxutils::Function f) override;
   int run_every(int interval, oxutils::Function f) override;
   int run_after(int delay, oxutils::Function f) override;
@@ -62,7 +63,8 @@ class TarnThread : public TarnThreadBase, public oxutils::singleton<TarnThread> 
   CallQueue pending_;
   oxutils::unique_ptr<TarnTimerQueue> timers_;
   TarnEvent event_;
-  oxutils::relaxed<pthread_t> tid_{};  // written once, by the worker
+  oxutils::relaxed<pthread_t> tid_{};      // written once, by the worker
+  oxutils::relaxed<pthread_t> updater_{};  // who is in update(), with the turn
   WorkerTurn<TarnEvent> turn_{event_};
 };
 

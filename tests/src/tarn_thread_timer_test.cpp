@@ -262,6 +262,26 @@ TEST_F(WorkerTimers, UpdateRunsThemOnTheCallingThread) {
   EXPECT_TRUE(ran_here);
 }
 
+// The worker takes no call before the update is over.
+TEST_F(WorkerTimers, WaitInsideAnUpdateRunsTheCallThere) {
+  struct Waiter {
+    void run() {
+      if (pthread_equal(here, pthread_self()) == 0) return;
+      TarnThread::instance()->wait(Function(this, &Waiter::called));
+    }
+    void called() { ran_here = pthread_equal(here, pthread_self()) != 0; }
+    pthread_t here = pthread_self();
+    bool ran_here = false;
+  } waiter;
+  keep(worker().run_every(1000, Function(&waiter, &Waiter::run)));
+  worker_turn();
+  EXPECT_TRUE(tarn_test::wait_until([&] {
+    clock_.advance_ms(1000);
+    worker().update();
+    return waiter.ran_here;
+  }));
+}
+
 // In real time: the worker has gone to sleep for ten seconds.
 TEST_F(WorkerTimers, UpdateThatIsLeftHasTheWorkerRunTheRestAtOnce) {
   struct Leaver {
