@@ -1,25 +1,11 @@
 // tarn_check_packet and tarn_read_packet_conv beside a plain reading of the same bytes.
 #include <rapidcheck.h>
 
-#include "tests/support/session_fixture.h"
+#include "tests/support/packet_inspection.h"
 
 using namespace tarn_test;
 
 namespace {
-
-constexpr unsigned kNotOurs = 0xFFFFFFFF;
-
-int check(Bytes bytes) {
-  // From a buffer of exactly this size, for the address sanitizer.
-  bytes.shrink_to_fit();
-  return tarn_check_packet(reinterpret_cast<char*>(bytes.data()), static_cast<int>(bytes.size()));
-}
-
-unsigned read_conv(Bytes bytes) {
-  bytes.shrink_to_fit();
-  return tarn_read_packet_conv(reinterpret_cast<char*>(bytes.data()),
-                               static_cast<int>(bytes.size()));
-}
 
 bool has_header(const Bytes& in) { return in.size() >= 2 && (in[0] == '#' || in[0] == '$'); }
 

@@ -66,47 +66,53 @@ void log_and_throw(int, const char*) {
   if (std::this_thread::get_id() == application().thrower) throw std::runtime_error("of a line");
 }
 
+// Two handles, and a thread whose call on one of them is the first that needs the I/O thread.
+struct FirstCall {
+  // Until it logs that it cannot be had.
+  void begin(TarnLogCallback2 log) {
+    tarn_set_log_callback2(1, log);
+    thread = std::thread([this] { watch(ios[0]); });
+    EXPECT_TRUE(wait_for_condition([] { return application().is_logging.load(); }, kMs));
+  }
+  void end() {
+    thread.join();
+    tarn_set_log_callback2(0, nullptr);
+  }
+  void watch(void* io) { tarn_set_writeable_callback(io, EventCounter::on_event, &events); }
+
+  const Watched watched;
+  EventCounter& events = kept<EventCounter>();
+  void* const ios[2] = {tarn_create_udp_io(kLoopback, 9, 0), tarn_create_udp_io(kLoopback, 9, 0)};
+  std::thread thread;
+};
+
 void call_with_the_lock_held() {
   tarn_init();
-  const Watched watched;
-  auto& events = kept<EventCounter>();
-  void* const ios[] = {tarn_create_udp_io(kLoopback, 9, 0), tarn_create_udp_io(kLoopback, 9, 0)};
-  std::thread first;
+  FirstCall call;
   {
     const DescriptorShortage shortage;
     const std::lock_guard<std::mutex> hold(application().lock);
-    tarn_set_log_callback2(1, log_under_lock);
-    first =
-        std::thread([&] { tarn_set_writeable_callback(ios[0], EventCounter::on_event, &events); });
-    EXPECT_TRUE(wait_for_condition([] { return application().is_logging.load(); }, kMs));
-    tarn_set_writeable_callback(ios[1], EventCounter::on_event, &events);
+    call.begin(log_under_lock);
+    call.watch(call.ios[1]);
   }
-  first.join();
-  tarn_set_log_callback2(0, nullptr);
-  EXPECT_TRUE(wait_for_condition([&] { return events.count() == 2; }, kMs));
-  for (void* const io : ios) tarn_destroy_io(io);
+  call.end();
+  EXPECT_TRUE(wait_for_condition([&] { return call.events.count() == 2; }, kMs));
+  for (void* const io : call.ios) tarn_destroy_io(io);
   expect_sockets_work();
 }
 
 void wait_for_the_io_thread() {
   tarn_init();
-  const Watched watched;
-  auto& events = kept<EventCounter>();
-  void* const ios[] = {tarn_create_udp_io(kLoopback, 9, 0), tarn_create_udp_io(kLoopback, 9, 0)};
-  std::thread first;
+  FirstCall call;
   {
     const DescriptorShortage shortage;
-    tarn_set_log_callback2(1, log_until_served);
-    first =
-        std::thread([&] { tarn_set_writeable_callback(ios[0], EventCounter::on_event, &events); });
-    EXPECT_TRUE(wait_for_condition([] { return application().is_logging.load(); }, kMs));
-    tarn_destroy_io(ios[1]);
+    call.begin(log_until_served);
+    tarn_destroy_io(call.ios[1]);
     application().is_served = true;
   }
-  first.join();
-  tarn_set_log_callback2(0, nullptr);
-  EXPECT_TRUE(wait_for_condition([&] { return events.count() >= 1; }, kMs));
-  tarn_destroy_io(ios[0]);
+  call.end();
+  EXPECT_TRUE(wait_for_condition([&] { return call.events.count() >= 1; }, kMs));
+  tarn_destroy_io(call.ios[0]);
   expect_sockets_work();
 }
 

@@ -174,6 +174,14 @@ TEST_F(RecvFeedback, StopsListingAt32767Entries) {
   EXPECT_EQ(receiver_.acks().size(), 32767u);
 }
 
+// The list was full of mentions of a number that has been released since.
+TEST_F(RecvFeedback, WhatItReleasesTakesNoRoomInAFullList) {
+  input({0});
+  for (int i = 0; i < 32767; ++i) receiver_.input(2);
+  input({1, 5});
+  EXPECT_EQ(receiver_.acks(), (Numbers{5}));
+}
+
 TEST_F(RecvFeedback, OutputOfAPacketStagesUntilTheLast) {
   input({0});
   receiver_.take();
