@@ -176,7 +176,7 @@ bool TarnIo::read_stream() {
 }
 
 void TarnIo::trigger_write() {
-  WriteableCallback callback = {};
+  WriteableCallbackPair callback = {};
   {
     const oxutils::scoped_lock hold(lock_);
     callback = writeable_cb_;

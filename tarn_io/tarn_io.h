@@ -87,7 +87,7 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
 
  private:
   using ReadableCallback = CallbackSlot<Callback>;
-  using WriteableCallback = CallbackSlot<Callback>::Pair;
+  using WriteableCallbackPair = CallbackSlot<Callback>::Pair;
   using ErrorCallbackPair = CallbackSlot<ErrorCallback>::Pair;
 
   // An output callback whose `user` is the number of an object that may be gone.
@@ -118,7 +118,7 @@ class TarnIo : public oxutils::enable_shared_from_this<TarnIo> {
 
   mutable oxutils::mutex lock_;
   ReadableCallback readable_cb_;  // written under lock_; while there is one, nothing is pending
-  WriteableCallback writeable_cb_ OX_GUARDED_BY(lock_) = {};
+  WriteableCallbackPair writeable_cb_ OX_GUARDED_BY(lock_) = {};
   ErrorCallbackPair error_cb_ OX_GUARDED_BY(lock_) = {};
   bool readable_pending_ OX_GUARDED_BY(lock_) = false;
   bool writeable_pending_ OX_GUARDED_BY(lock_) = false;
