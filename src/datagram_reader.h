@@ -3,6 +3,7 @@
 #define TARN_SRC_DATAGRAM_READER_H_
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include "src/tarn_log.h"
 #include "src/wire_format.h"
@@ -66,6 +67,24 @@ class DatagramReader {
     seg.size = length;
     seg.body = take(length);
     return true;
+  }
+
+  // The first conversation id of a datagram of `size` bytes, 0 if it has none. Logs nothing.
+  static uint32_t find_conv(const char* datagram, size_t size) {
+    const bool is_ours = size >= wire::kHeaderSize &&
+                         (datagram[0] == wire::kMagic || datagram[0] == wire::kOtherMagic);
+    size_t at = is_ours ? wire::kHeaderSize : size;
+    while (size - at >= wire::kSegHeadSize) {
+      const auto type = static_cast<unsigned char>(datagram[at]) >> wire::kTypeShift;
+      const size_t length = wire::get_uint16(datagram + at + wire::kSegLengthOffset);
+      at += wire::kSegHeadSize;
+      if (!is_known(type) || length > size - at) break;
+      if (type == wire::kConv && length >= wire::kConvBodySize) {
+        return wire::get_uint32(datagram + at);
+      }
+      at += length;
+    }
+    return 0;
   }
 
  private:

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "src/datagram_buffer.h"
-#include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/wire_format.h"
 
@@ -49,7 +48,7 @@ bool RecvWindow::input(unsigned short seq, DataView& data, unsigned char flag) {
 bool RecvWindow::deliver(unsigned short seq, const DataView& data, bool last) {
   log_output(seq);
   // Whoever got the log lines may have fed the same segment.
-  if (seq != (started ? next_of(last_seq) : 0)) {
+  if (!is_next(seq)) {
     mark_una_updated();
     return true;
   }
@@ -133,7 +132,7 @@ DataView RecvWindow::join(DataView& last) {
 }
 
 bool RecvWindow::write_to_buffer(Packet&& p) {
-  const unsigned int limit = TarnConfig::instance()->recv_window_size;
+  const unsigned int limit = this->limit();
   size_t size = 0;
   {
     const oxutils::scoped_lock hold(lock_);
@@ -276,4 +275,87 @@ bool RecvWindow::get_ack(std::list<unsigned short>& out) {
   taken.swap(out);
   for (const unsigned short seq : taken) ack_list.add(seq);
   return true;
+}
+
+RecvWindow::Arrival RecvWindow::look_up(unsigned short seq) {
+  const oxutils::scoped_lock hold(lock_);
+  return has_come(seq) ? Arrival::kRepeated : Arrival::kNew;
+}
+
+bool RecvWindow::is_ahead(unsigned short seq) const {
+  return !started || SeqLatter()(last_seq, seq);
+}
+
+bool RecvWindow::has_come(unsigned short seq) {
+  return !is_ahead(seq) || find_buffered(seq) != recv_buffer_.end();
+}
+
+RecvWindow::Arrival RecvWindow::hold_back(unsigned short seq, DataView& data, unsigned char flag,
+                                          size_t limit) {
+  log_input(seq, flag);
+  const oxutils::scoped_lock hold(lock_);
+  const bool is_new = !has_come(seq);
+  if (!is_new && !is_ahead(seq)) {
+    una_updated = true;
+    has_news_ = true;
+    return Arrival::kRepeated;
+  }
+  if (is_new && recv_buffer_.size() >= limit) return Arrival::kRefused;
+  store(Packet{seq, data, ends_message(flag)});
+  return is_new ? Arrival::kNew : Arrival::kRepeated;
+}
+
+void RecvWindow::release() {
+  if (started || release_first()) try_release_buffer();
+}
+
+// False if number 0 has not come.
+bool RecvWindow::release_first() {
+  PacketMap::node_type first;
+  {
+    const oxutils::scoped_lock hold(lock_);
+    first = take_buffered(0);
+  }
+  if (first.empty()) return false;
+  try {
+    log_output(0);
+    accept(0, DataView(first.mapped().data), first.mapped().flag != 0, true);
+  } catch (...) {
+    settle_first(std::move(first));
+    throw;
+  }
+  settle_first(std::move(first));
+  return true;
+}
+
+void RecvWindow::settle_first(PacketMap::node_type first) {
+  const oxutils::scoped_lock hold(lock_);
+  if (started) {
+    ack_list.remove(0);
+    return;
+  }
+  recv_buffer_.insert(std::move(first));
+  has_early_ = true;
+}
+
+size_t RecvWindow::buffered() const {
+  const oxutils::scoped_lock hold(lock_);
+  return recv_buffer_.size();
+}
+
+unsigned short RecvWindow::last_in_order() const {
+  const oxutils::scoped_lock hold(lock_);
+  return last();
+}
+
+bool RecvWindow::has_received() const {
+  const oxutils::scoped_lock hold(lock_);
+  return started || !recv_buffer_.empty();
+}
+
+// Before the first one in order nothing lies behind.
+unsigned int RecvWindow::ahead(unsigned short seq) const {
+  const oxutils::scoped_lock hold(lock_);
+  if (!started) return seq + 1U;
+  return SeqLatter()(last_seq, seq) ? static_cast<unsigned short>(seq - last_seq) : 0;
 }

@@ -12,6 +12,7 @@
 #include "src/ack_list.h"
 #include "src/feedback.h"
 #include "src/packet.h"
+#include "src/tarn_config.h"
 
 // Takes segments in any order, delivers them strictly in order of their numbers, joins fragments,
 // drops what it has seen, holds a bounded number of early ones, and remembers what is to be
@@ -25,7 +26,8 @@
 // What may fail comes before advance(). After it a segment counts as delivered, also when the
 // callback throws; what waits behind it is then released by the next input().
 //
-// One thread at a time feeds it (input, resume, both output, write_to_buffer, try_release_buffer);
+// One thread at a time feeds it (input, resume, both output, write_to_buffer, try_release_buffer,
+// release): who feeds the session, or has its turn to deliver. hold_back() may run beside that, and
 // feedback is taken on any thread (has_feedback, take_feedback, get_una, get_ack). lock_ guards
 // what the two sides share and is never held while the window calls out.
 class RecvWindow {
@@ -52,7 +54,7 @@ class RecvWindow {
   // Delivers `data` as a message of its own and makes `seq` the last number in order.
   void output(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
 
-  // Keeps an early packet, with bytes of its own. False when recv_window_size are kept already.
+  // Keeps an early packet, with bytes of its own. False when limit() are kept already.
   bool write_to_buffer(Packet& p) OX_EXCLUDES(lock_) { return write_to_buffer(Packet(p)); }
   bool write_to_buffer(Packet&& p) OX_EXCLUDES(lock_);
   // Delivers what the buffer holds of the run after the last number in order.
@@ -72,7 +74,41 @@ class RecvWindow {
   // Swaps all numbers to acknowledge with `out`. False, and nothing done, if there are none.
   bool get_ack(std::list<unsigned short>& out) OX_EXCLUDES(lock_);
 
+  // For who decides when something is delivered.
+
+  // What a segment is that has come.
+  enum class Arrival { kNew, kRepeated, kRefused };
+  // kNew or kRepeated.
+  Arrival look_up(unsigned short seq) OX_EXCLUDES(lock_);
+  // Keeps and acknowledges a segment, in order or early, that may not be delivered now; at most
+  // `limit` of them.
+  Arrival hold_back(unsigned short seq, DataView& data, unsigned char flag, size_t limit)
+      OX_EXCLUDES(lock_);
+  // Delivers what has been held back and is in order.
+  void release() OX_EXCLUDES(lock_);
+  // Whether number `seq` is the next in order. Feeding thread only.
+  bool is_next(unsigned short seq) const {
+    return seq == (started ? static_cast<unsigned short>(last_seq + 1) : 0);
+  }
+  // The last number in order; the one before 0 before that. Feeding thread only.
+  unsigned short last() const { return started ? last_seq : static_cast<unsigned short>(-1); }
+  // Bytes that have been delivered of a message that is not complete. Feeding thread only.
+  size_t staged_size() const { return staging.size(); }
+  size_t buffered() const OX_EXCLUDES(lock_);
+  // last(), on any thread, and whether anything reliable has come.
+  unsigned short last_in_order() const OX_EXCLUDES(lock_);
+  bool has_received() const OX_EXCLUDES(lock_);
+  // How far `seq` lies ahead of the last number in order; 0 if it does not.
+  unsigned int ahead(unsigned short seq) const OX_EXCLUDES(lock_);
+  // The early segments to hold back at most, from now on; outlives the window.
+  unsigned int limit() const { return *limit_.load(); }
+  void set_limit(const oxutils::relaxed<unsigned int>* limit) { limit_ = limit; }
+
  private:
+  bool is_ahead(unsigned short seq) const OX_REQUIRES(lock_);
+  bool has_come(unsigned short seq) OX_REQUIRES(lock_);
+  bool release_first() OX_EXCLUDES(lock_);
+  void settle_first(PacketMap::node_type first) OX_EXCLUDES(lock_);
   // The next segment in order, and what waited for it.
   bool deliver(unsigned short seq, const DataView& data, bool last) OX_EXCLUDES(lock_);
   // `starts`: it is the first one of the stream.
@@ -113,6 +149,8 @@ class RecvWindow {
   bool scattered_ OX_GUARDED_BY(lock_) = false;
   AckList ack_list OX_GUARDED_BY(lock_);
   PacketMap recv_buffer_ OX_GUARDED_BY(lock_);
+  oxutils::relaxed<const oxutils::relaxed<unsigned int>*> limit_{
+      &TarnConfig::instance()->recv_window_size};
   oxutils::Function output_callback_;
   // Feeding thread only: what has been delivered of a message that is not complete, whether there
   // is one, and how large the last one was, which the next may be like.

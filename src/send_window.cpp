@@ -7,10 +7,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "src/tarn_config.h"
 #include "src/tarn_log.h"
 #include "src/tarn_thread.h"
 #include "src/tarn_timer.h"
+#include "src/wire_format.h"
 
 namespace {
 
@@ -41,13 +41,13 @@ void SendWindow::set_resend_callback(oxutils::Function f, Owner* owner) {
   owner_ = owner;
 }
 
-bool SendWindow::is_full() const { return count_ >= TarnConfig::instance()->send_window_size; }
+bool SendWindow::is_full() const { return count_ >= limit(); }
 
 bool SendWindow::write(unsigned short seq, SegmentNode&& segment) {
   const oxutils::scoped_lock hold(lock_);
   const bool has_room = !is_full();
   if (has_room) {
-    keep(seq, std::move(segment));
+    insert(seq, std::move(segment));
   } else {
     pool_.give(std::move(segment));
   }
@@ -61,11 +61,16 @@ bool SendWindow::write(unsigned short seq, DataView& data) {
   if (is_full()) return false;
   data.deep_copy();
   if (size > 0) memcpy(segment.mapped().data(), data.data(), size);
-  keep(seq, std::move(segment));
+  insert(seq, std::move(segment));
   return true;
 }
 
 void SendWindow::keep(unsigned short seq, SegmentNode&& segment) {
+  const oxutils::scoped_lock hold(lock_);
+  insert(seq, std::move(segment));
+}
+
+void SendWindow::insert(unsigned short seq, SegmentNode&& segment) {
   // Counted even where the bucket holds this number already and keeps the old packet.
   ++count_;
   segment.key() = seq;
@@ -114,6 +119,31 @@ unsigned short SendWindow::count() const {
   return static_cast<unsigned short>(count_);
 }
 
+bool SendWindow::keeps(unsigned short seq) const {
+  const oxutils::scoped_lock hold(lock_);
+  return std::any_of(std::begin(buckets), std::end(buckets), [seq](const Bucket& bucket) {
+    return find_exact(bucket, seq) != bucket.end();
+  });
+}
+
+std::vector<unsigned short> SendWindow::numbers() const {
+  std::vector<unsigned short> numbers;
+  const oxutils::scoped_lock hold(lock_);
+  for (const Bucket& bucket : buckets) {
+    for (const auto& each : bucket) numbers.push_back(each.first);
+  }
+  return numbers;
+}
+
+size_t SendWindow::payload_bytes() const {
+  size_t bytes = 0;
+  const oxutils::scoped_lock hold(lock_);
+  for (const Bucket& bucket : buckets) {
+    for (const auto& each : bucket) bytes += each.second.size() - wire::kReliableHeadSize;
+  }
+  return bytes;
+}
+
 void SendWindow::stop() {
   if (timer_id_ != 0) TarnThread::instance()->cancel_timer(timer_id_);
 }
@@ -121,7 +151,7 @@ void SendWindow::stop() {
 void SendWindow::stop(unsigned int wait_ms) {
   const unsigned int start = TarnTimerQueue::cur_tick();
   const unsigned int end = start + wait_ms;
-  while (wait_ms != 0 && count() != 0 && !has_passed(start, end)) {
+  while (wait_ms != 0 && (has_more_ || count() != 0) && !has_passed(start, end)) {
     usleep(std::min(wait_ms, kDrainStepMs) * 1000);
   }
   stop();

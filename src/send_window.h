@@ -12,6 +12,7 @@
 #include "oxutils/smart_ptr/shared_ptr.h"
 #include "src/data_view.h"
 #include "src/segment_pool.h"
+#include "src/tarn_config.h"
 
 // Keeps packets in four buckets and re-sends one bucket every 30 ms, in rotation, until they are
 // acknowledged: each packet first 30 to 60 ms after it was written, then every 120 ms, with no
@@ -40,8 +41,8 @@ class SendWindow {
 
   // Where segments to write() come from.
   SegmentPool& pool() { return pool_; }
-  // Keeps a framed segment under `seq`, without allocating. False when send_window_size packets are
-  // waiting: it is not kept then.
+  // Keeps a framed segment under `seq`, without allocating. False when limit() packets are waiting:
+  // it is not kept then.
   bool write(unsigned short seq, SegmentNode&& segment) OX_EXCLUDES(lock_);
   // The same with a copy of the view's bytes; the view has bytes of its own afterwards.
   bool write(unsigned short seq, DataView& data) OX_EXCLUDES(lock_);
@@ -51,8 +52,22 @@ class SendWindow {
   // The peer has everything up to and including `una`.
   void una(unsigned short una) OX_EXCLUDES(lock_);
 
+  // More is to come when these are gone: stop() waits for that, too.
+  void set_more(bool more) { has_more_ = more; }
   // Packets kept.
   unsigned short count() const OX_EXCLUDES(lock_);
+
+  // For senders that look for room themselves.
+
+  // write() without a look at the limit.
+  void keep(unsigned short seq, SegmentNode&& segment) OX_EXCLUDES(lock_);
+  bool keeps(unsigned short seq) const OX_EXCLUDES(lock_);
+  // The numbers of the packets kept, in no order; their bytes behind the segment heads.
+  std::vector<unsigned short> numbers() const OX_EXCLUDES(lock_);
+  size_t payload_bytes() const OX_EXCLUDES(lock_);
+  // The packets to keep at most, from now on; outlives the window.
+  unsigned int limit() const { return *limit_.load(); }
+  void set_limit(const oxutils::relaxed<unsigned int>* limit) { limit_ = limit; }
 
   // Cancels the timer.
   void stop();
@@ -78,7 +93,7 @@ class SendWindow {
   };
 
   bool is_full() const OX_REQUIRES(lock_);
-  void keep(unsigned short seq, SegmentNode&& segment) OX_REQUIRES(lock_);
+  void insert(unsigned short seq, SegmentNode&& segment) OX_REQUIRES(lock_);
   void drop(Bucket& bucket, Bucket::iterator packet) OX_REQUIRES(lock_);
   bool begin_pass(Pass& pass) OX_EXCLUDES(lock_);
   void resend_packet(const Pass& pass, unsigned short seq) OX_EXCLUDES(lock_);
@@ -95,6 +110,9 @@ class SendWindow {
   unsigned int resend_logs_ OX_GUARDED_BY(lock_) = 0;  // thins out the log
   Owner* owner_ OX_GUARDED_BY(lock_) = nullptr;
   Bucket buckets[kBucketCount] OX_GUARDED_BY(lock_);
+  oxutils::relaxed<const oxutils::relaxed<unsigned int>*> limit_{
+      &TarnConfig::instance()->send_window_size};
+  oxutils::relaxed<bool> has_more_{false};
   SegmentPool pool_;  // cleared when nothing is sent any more
 };
 
