@@ -7,8 +7,10 @@
 #include <utility>
 
 #include "src/datagram_buffer.h"
+#include "src/session_control.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
+#include "src/tarn_session_segments.h"
 #include "src/tarn_thread.h"
 #include "src/tarn_timer.h"
 #include "src/wire_format.h"
@@ -35,13 +37,16 @@ TarnSession::TarnSession()
 
 // From the window on, whose timer is on the worker, only a log callback can make this fail.
 TarnSession::TarnSession(oxutils::Function resend, oxutils::Function deliver)
-    : mss_(TarnConfig::instance()->mtu), number_(next_number()) {
+    : mss_(TarnConfig::instance()->mtu),
+      number_(next_number()),
+      active_timeout_(&TarnConfig::instance()->active_timeout) {
   try {
-    send_window_.set_resend_callback(resend, this);
+    const void* const function = resend.get();
+    send_window_.set_resend_callback(std::move(resend), this);
     recv_window_.set_output_callback(std::move(deliver));
     TARN_LOG_INFO("tarn session created %p conv: %u resendfunc: %p recv: %p send: %p",
-                  static_cast<void*>(this), get_conv(), static_cast<void*>(resend.get()),
-                  static_cast<void*>(&recv_window_), static_cast<void*>(&send_window_));
+                  static_cast<void*>(this), get_conv(), function, static_cast<void*>(&recv_window_),
+                  static_cast<void*>(&send_window_));
   } catch (...) {
     TarnThread::instance()->wait(oxutils::Function(this, &TarnSession::retire));
     throw;
@@ -54,6 +59,7 @@ TarnSession::~TarnSession() {
     TARN_LOG_DEBUG("tarn %p conv: %u destroyed", static_cast<void*>(this), get_conv());
   } catch (...) {
   }
+  delete control_.load(std::memory_order_relaxed);
 }
 
 oxutils::shared_ptr<SendWindow::Owner> TarnSession::hold() { return weak_this_.lock(); }
@@ -68,7 +74,7 @@ void TarnSession::start() {
       period, period > 0 ? oxutils::Function(this, &TarnSession::cycle)
                          : oxutils::Function(&cycle_if_alive, weak_this_));
   // Always with the lock: either stop() finds the timer set, or its flag is seen here.
-  if (!is_stopped_locked()) return;
+  if ((course_locked() & kStopped) == 0) return;
   // Destroyed by somebody who saw the handle in the log, when there was no timer to cancel yet.
   cancel_cycle();
   keep_until_worker_has_run();
@@ -103,22 +109,24 @@ void TarnSession::retire() {
   send_window_.stop();
 }
 
-void TarnSession::mark_stopped() {
+void TarnSession::mark_stopped() { add_to_course(kStopped); }
+
+void TarnSession::add_to_course(Course course) {
   const oxutils::scoped_lock hold(state_mutex_);
-  stopped_ = true;
+  course_ = static_cast<unsigned char>(course_ | course);
 }
 
 void TarnSession::cancel_cycle() {
   if (cycle_timer_ != 0) TarnThread::instance()->cancel_timer(cycle_timer_);
 }
 
-bool TarnSession::is_stopped() const {
-  return TarnConfig::instance()->thread_safe ? is_stopped_locked() : stopped_.load();
+unsigned char TarnSession::course() const {
+  return TarnConfig::instance()->thread_safe ? course_locked() : course_.load();
 }
 
-bool TarnSession::is_stopped_locked() const {
+unsigned char TarnSession::course_locked() const {
   const oxutils::scoped_lock hold(state_mutex_);
-  return stopped_;
+  return course_;
 }
 
 void TarnSession::active() {
@@ -127,20 +135,12 @@ void TarnSession::active() {
   last_active_ = now;
 }
 
-bool TarnSession::active_unless_stopped() {
-  const unsigned int now = TarnTimerQueue::cur_tick();
-  const oxutils::scoped_lock hold(state_mutex_);
-  if (stopped_) return false;
-  last_active_ = now;
-  return true;
-}
-
 // Whether a cycle would do nothing and tell nobody.
 bool TarnSession::is_cycle_idle() {
   if (TarnLog::instance()->enabled(TarnLog::LOG_ERROR) || recv_window_.has_feedback()) return false;
   unsigned int last = 0;
   unsigned int now = 0;
-  return silence(last, now) <= TarnConfig::instance()->active_timeout;
+  return silence(last, now) <= *active_timeout_.load();
 }
 
 void TarnSession::cycle() {
@@ -174,57 +174,16 @@ void TarnSession::set_error_callback(ErrorCallback callback, void* user) {
 }
 
 void TarnSession::input(char* datagram, size_t size) {
-  if (!active_unless_stopped()) return;
+  if (!active_unless<kNotPlain>()) {
+    input_controlled(datagram, size);
+    return;
+  }
   DatagramReader reader(datagram, size);
   char magic = 0;
   unsigned char version = 0;
   if (!reader.read_head(magic, version)) return;
   recv_window_.resume();
-  while (reader.has_segment()) {
-    DatagramReader::Segment seg;
-    if (!reader.read_segment(seg)) break;
-    TARN_LOG_DEBUG("%p recv packet type: %u", static_cast<void*>(this), seg.type);
-    dispatch(seg);
-  }
-  if (reader.rest() > 0)
-    TARN_LOG_WARN("redundant len %lu", static_cast<unsigned long>(reader.rest()));
-}
-
-// A handler logs what is wrong with its segment; the others of the datagram are handled all the
-// same.
-void TarnSession::dispatch(const DatagramReader::Segment& seg) {
-  switch (seg.type) {
-    case wire::kReliable: {
-      Block block(seg.body, seg.size);
-      DataView body = DataView::lend(block);
-      got_reliable(body, seg.flag);
-      break;
-    }
-    case wire::kUnreliable: {
-      Block block(seg.body, seg.size);
-      DataView body = DataView::lend(block);
-      got_unreliable(body);
-      break;
-    }
-    case wire::kAck:
-      got_ack(Bytes{seg.body, seg.size});
-      break;
-    case wire::kUna:
-      got_una(Bytes{seg.body, seg.size});
-      break;
-    case wire::kBye:
-      got_bye();
-      break;
-    case wire::kHeartbeat:
-      got_heartbeat();
-      break;
-    case wire::kConv:
-      got_conv(Bytes{seg.body, seg.size});
-      break;
-    default:
-      TARN_LOG_WARN("unkown seg type %u", seg.type);
-      break;
-  }
+  read_segments<&TarnSession::dispatch>(reader);
 }
 
 void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, StoppedTest tested) {
@@ -232,19 +191,20 @@ void TarnSession::emit(Bytes head, Bytes body, FeedbackRides feedback_rides, Sto
   Feedback feedback;
   // Signed: with a tiny segment size nothing rides along. What is gathered here is lost if the
   // datagram then cannot leave.
-  if (feedback_rides == kWithFeedback && payload < mss_ - 2) {
-    gather_feedback(static_cast<unsigned long>(mss_ - payload), feedback);
+  const int64_t mss = mss_;
+  if (feedback_rides == kWithFeedback && payload < mss - 2) {
+    gather_feedback(static_cast<unsigned long>(mss - payload), feedback);
   }
   const auto callback = output_cb_.get();
   if (callback.function == nullptr) {
     TARN_LOG_WARN("tarn %p has no output callback", static_cast<void*>(this));
     return;
   }
-  if (tested == kTested ? stopped_.load() : is_stopped()) return;
-
+  const unsigned char course = tested == kTested ? course_.load() : this->course();
   const unsigned int conv = conv_;
   const size_t size = wire::kHeaderSize + (conv != 0 ? wire::kConvSegSize : 0) +
                       feedback.una_size() + feedback.ack_size() + head.size + body.size;
+  if ((course & kNotPlain) != 0 && !begin_datagram(course, size)) return;
   if (size > INT_MAX) {
     TARN_LOG_ERROR("tarn %p output size %lu too large", static_cast<void*>(this),
                    static_cast<unsigned long>(size));

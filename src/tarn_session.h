@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include <atomic>
 #include <vector>
 
 #include "oxutils/mutex.h"
@@ -17,7 +18,9 @@
 #include "src/feedback.h"
 #include "src/recv_window.h"
 #include "src/send_window.h"
+#include "src/session_control.h"
 #include "src/wire_format.h"
+#include "tarn/control.h"
 #include "tarn/tarn.h"
 
 // Turns messages into datagrams and datagrams into messages. Owned by the registry's shared_ptr and
@@ -29,9 +32,9 @@
 // causes them, with no lock held. Whoever calls out keeps the session alive meanwhile: the exported
 // calls by the registry's reference, cycle() and the send window's pass by one of their own.
 //
-// Locks: state_mutex_ guards the last activity and the numbering, and is held to set the stopped
-// flag, which may be read without; the windows have their own. Callbacks, conversation id and the
-// other flags are read and written without a lock.
+// Locks: state_mutex_ guards the numbering, is held to change the course, which may be read
+// without, and to look at it and record activity in one; the windows have their own. Callbacks,
+// conversation id and the other flags are read and written without a lock.
 //
 // An exception that a callback throws passes through whatever called out. What has been numbered by
 // then is kept for re-sending, and what has been taken in order counts as delivered.
@@ -138,6 +141,24 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   void got_heartbeat();
   void bye();
 
+  // What tarn/control.h has: tarn_session_control.cpp. Results are 0 or a negative errno value; the
+  // first call of any of these makes what a session keeps for them.
+
+  int set_option(TarnOption option, long long value);
+  int get_option(TarnOption option, long long* value);
+  int set_profile(TarnProfile profile);
+  int get_stats(TarnStats* stats, size_t size);
+
+  // tarn_session_control_send.cpp.
+
+  int try_send_reliable(const char* data, size_t size);
+  size_t send_room();
+  int set_writable_callback(TarnWritableCallback callback, void* user);
+
+  // tarn_session_control_receive.cpp.
+
+  int pause_receive(bool on);
+
   // The same on DataViews, for callers that have one: tarn_session_views.cpp.
 
   void input(DataView packet);
@@ -161,6 +182,11 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
  private:
   TarnSession(oxutils::Function resend, oxutils::Function deliver);
 
+  // What keeps calls from the short way: that the session is stopped, has been called by way of
+  // tarn/control.h, or has not sent a message yet. One test finds all three.
+  enum Course : unsigned char { kPlain = 0, kStopped = 1, kControlled = 2, kUnsent = 4 };
+  static constexpr unsigned char kNotPlain = kStopped | kControlled;
+
   enum FeedbackRides : bool { kWithoutFeedback = false, kWithFeedback = true };
   // Whether the call has made the locked stopped test already. After that only its own callbacks
   // can stop the session in a way that has to be seen, and a look without the lock sees it.
@@ -177,16 +203,25 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   static Bytes bytes_of(DataView& view);
 
   // With the lock only if the configuration says so; always with it.
-  bool is_stopped() const;
-  bool is_stopped_locked() const OX_EXCLUDES(state_mutex_);
-  // active() with the stopped test in the same section: false, and nothing recorded, if stopped.
-  bool active_unless_stopped() OX_EXCLUDES(state_mutex_);
+  unsigned char course() const;
+  unsigned char course_locked() const OX_EXCLUDES(state_mutex_);
+  bool is_stopped() const { return (course() & kStopped) != 0; }
+  void add_to_course(Course course) OX_EXCLUDES(state_mutex_);
+  // active() with a look at the course in the same section: false, and nothing recorded, on any of
+  // the exceptions.
+  template <unsigned char kExceptions>
+  bool active_unless() OX_EXCLUDES(state_mutex_);
   bool is_cycle_idle();
   // Milliseconds since the last activity; `last` and `now` are ticks.
   unsigned int silence(unsigned int& last, unsigned int& now) const;
   void mark_stopped();
+  void mark_sent();
   void cancel_cycle();
+  template <void (TarnSession::*kHandler)(const DatagramReader::Segment&)>
+  void read_segments(DatagramReader& reader);
   void dispatch(const DatagramReader::Segment& seg);
+  // Logs the number of a reliable segment and takes it from the front.
+  unsigned short read_seq(DataView& segment) const;
   bool got_ack(Bytes body);
   bool got_una(Bytes body);
   bool got_conv(Bytes body);
@@ -195,27 +230,107 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   // Everything to tell the peer that fits.
   void gather_feedback(unsigned long budget, Feedback& feedback);
   // Reserves a run of numbers and puts the first into `first`; false, and nothing done, if the
-  // session is stopped.
+  // course is not plain.
   bool take_seqs(size_t count, unsigned short& first) OX_EXCLUDES(state_mutex_);
   // Both return what was not sent as a fragment before the last one.
   Bytes send_message(Bytes message, unsigned char flag);
   Bytes send_fragments(Bytes message, size_t max_size);
-  // Emits and keeps it, in memory that is large enough. False when the session has been stopped
-  // meanwhile.
+  // Emits and keeps it, in memory that is large enough. False when the course is not plain any
+  // more.
   bool send_segment(const Fragment& fragment, SegmentNode&& node);
   static void write_segment(SegmentBytes& segment, const Fragment& fragment);
   void overflow();
+  void log_no_mtu(Bytes message) const;
+  void log_sent(const Fragment& fragment) const;
   // What input() feeds, which has made the locked test.
   void deliver_reliable(DataView message);
+  void hand_over(DataView& message);
   void deliver_unreliable(DataView& message);
 
+  // Off the short way: whether to go on there. Otherwise all is done.
+  bool begin_message(Bytes message);
+  bool begin_unreliable(unsigned char course);
+  bool begin_in_place(unsigned char course, int len);
+  bool begin_datagram(unsigned char course, size_t size);
+  bool begin_resend(unsigned char course, unsigned short seq);
+  bool begin_delivery(DataView& message);
+  bool begin_unreliable_delivery();
+  void input_controlled(char* datagram, size_t size);
+
+  // For controlled sessions.
+
+  SessionControl& control() {
+    SessionControl* const control = control_.load(std::memory_order_acquire);
+    return control != nullptr ? *control : make_control();
+  }
+  SessionControl& make_control();
+  bool is_ended() const { return (course_ & kStopped) != 0; }
+  void apply_limits(const SessionControl& control);
+  int set_mtu(unsigned int mtu);
+  int clear_options(SessionControl& control);
+  void watch_from_now(SessionControl& control, TarnOption option);
+  static void watch_if_alive(oxutils::weak_ptr<TarnSession> session, unsigned int number);
+  void watch(unsigned int number);
+  void arm_watch(SessionControl& control, uint32_t delay);
+  static void settle_if_alive(oxutils::weak_ptr<TarnSession> session);
+  void settle_later();
+  void settle();
+  bool settle_counts();
+
+  // Segments of a message that have been numbered and are to go out.
+  struct Run {
+    unsigned short first;
+    size_t count;         // numbers
+    size_t kept;          // the first of these
+    size_t segment_size;  // as it was then
+  };
+  size_t segment_size() const;
+  SendRoom room(const SessionControl& control) const OX_REQUIRES(control.send_lock);
+  static int refuse(SessionControl& control, const SendRoom& room, size_t size)
+      OX_REQUIRES(control.send_lock);
+  void send_controlled(Bytes message);
+  Run put_whole(SessionControl& control, Bytes message) OX_REQUIRES(control.send_lock);
+  Run put(SessionControl& control, Bytes message, const SendRoom& room)
+      OX_REQUIRES(control.send_lock);
+  Run put_past_limit(SessionControl& control, Bytes message, const SendRoom& room)
+      OX_REQUIRES(control.send_lock);
+  void forget_lapped(SessionControl& control, size_t count) OX_REQUIRES(control.send_lock);
+  class Segments;
+  void keep_run(SessionControl& control, Bytes message, const Run& run, Segments& segments)
+      OX_REQUIRES(control.send_lock);
+  unsigned int begin_run(SessionControl& control, const Run& run) OX_REQUIRES(control.send_lock);
+  void keep(SessionControl& control, const Fragment& fragment, SegmentNode&& segment,
+            unsigned int now) OX_REQUIRES(control.send_lock);
+  void emit_run(Bytes message, const Run& run);
+  void keep_past_limit(const Fragment& fragment);
+  bool adopt(unsigned short seq);
+  void got_acks_controlled(const DatagramReader::Segment& seg);
+  void got_una_controlled(const DatagramReader::Segment& seg);
+  void release(SessionControl& control, unsigned short una) OX_REQUIRES(control.send_lock);
+  void settle_acknowledgements();
+  static void learn(const Outstanding& outstanding, PeerWindow& peer_window);
+  void drain();
+  bool cut(SessionControl& control, std::vector<char>& packet);
+  void tell_writable();
+
+  void dispatch_controlled(const DatagramReader::Segment& seg);
+  bool is_of_this_conversation(const char* datagram, size_t size);
+  void receive(const DatagramReader::Segment& seg);
+  RecvWindow::Arrival take_in(unsigned short seq, DataView& payload, unsigned char flag);
+  RecvWindow::Arrival take_in_turn(unsigned short seq, DataView& payload, unsigned char flag);
+  bool is_far_ahead(unsigned short seq);
+  void count_delivery(size_t size);
+  void deliver_pending();
+  bool is_too_large(uint64_t size);
+
   // What an idle cycle touches comes first, on as few cache lines as possible.
-  const int64_t mss_;  // largest payload of a reliable segment
+  oxutils::relaxed<unsigned int> mss_;  // largest payload of a reliable segment
   mutable oxutils::mutex state_mutex_;
-  unsigned int last_active_ OX_GUARDED_BY(state_mutex_) = 0;  // tick
-  oxutils::relaxed<bool> stopped_{false};  // written under state_mutex_, never goes back
+  oxutils::relaxed<unsigned int> last_active_{0};    // tick
+  oxutils::relaxed<unsigned char> course_{kUnsent};  // of Course; written under state_mutex_
   unsigned short send_seq_ OX_GUARDED_BY(state_mutex_) = 0;  // number of the next reliable segment
   oxutils::relaxed<bool> got_bye_{false};
+  oxutils::relaxed<unsigned char> least_feedback_{0};  // bytes
   oxutils::relaxed<unsigned int> conv_{0};
   RecvWindow recv_window_;
   SendWindow send_window_;
@@ -225,6 +340,8 @@ class TarnSession : public oxutils::enable_shared_from_this<TarnSession>, public
   CallbackSlot<DataCallback> recv_reliable_cb_;
   CallbackSlot<DataCallback> recv_unreliable_cb_;
   CallbackSlot<ErrorCallback> error_cb_;
+  oxutils::relaxed<const oxutils::relaxed<unsigned int>*> active_timeout_;  // ms
+  std::atomic<SessionControl*> control_{nullptr};  // set once, under state_mutex_
 };
 
 #endif  // TARN_SRC_TARN_SESSION_H_

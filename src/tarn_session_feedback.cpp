@@ -1,4 +1,6 @@
 // TarnSession: acknowledgements, the check for silence, and bye.
+#include <algorithm>
+
 #include "src/datagram_buffer.h"
 #include "src/tarn_config.h"
 #include "src/tarn_log.h"
@@ -15,7 +17,7 @@ constexpr unsigned long kMinFeedbackBudget = 6;
 
 void TarnSession::gather_feedback(unsigned long budget, Feedback& feedback) {
   if (budget < kMinFeedbackBudget) return;
-  recv_window_.take_feedback(budget, feedback);
+  recv_window_.take_feedback(std::max<unsigned long>(budget, least_feedback_), feedback);
   if (feedback.has_una) {
     TARN_LOG_DEBUG("tarn %p feedback una %u", static_cast<void*>(this), feedback.una);
   }
@@ -25,9 +27,9 @@ void TarnSession::gather_feedback(unsigned long budget, Feedback& feedback) {
 }
 
 void TarnSession::cycle_feedback() {
-  if (is_stopped_locked()) return;
+  if ((course_locked() & kStopped) != 0) return;
   Feedback feedback;
-  gather_feedback(static_cast<unsigned long>(mss_), feedback);
+  gather_feedback(static_cast<unsigned long>(mss_.load()), feedback);
   if (feedback.empty()) return;
   // Alone, unlike beside data, the ack list comes first.
   const size_t size = feedback.ack_size() + feedback.una_size();
@@ -49,7 +51,7 @@ void TarnSession::cycle_check_active() {
   unsigned int last = 0;
   unsigned int now = 0;
   const unsigned int diff = silence(last, now);
-  if (diff <= TarnConfig::instance()->active_timeout) return;
+  if (diff <= *active_timeout_.load()) return;
   TARN_LOG_WARN("%p active check FAIL now %lu,last %lu diff %lu", static_cast<void*>(this),
                 static_cast<unsigned long>(now), static_cast<unsigned long>(last),
                 static_cast<unsigned long>(diff));

@@ -64,7 +64,8 @@
  * - A full send window sends and does not store. The message that meets a full window
  *   (tarn_config_send_window_size() segments unacknowledged) goes out once, is never re-sent, and
  *   raises TARN_ERROR_SEND_OVERFLOW. If that one datagram is lost, the peer waits for it for ever
- *   and delivers nothing that came after it. Bound what is outstanding; see docs/guide.md.
+ *   and delivers nothing that came after it. Who may send more at once than the window holds sets a
+ *   profile, or sends with tarn_try_send_reliable(): see tarn/control.h and docs/guide.md.
  * - A message of more fragments than the window has room for overflows it, for the same reason.
  *   A message takes (length + mtu - 1) / mtu segments, at least 1.
  * - An empty reliable message can never be acknowledged: the receiver refuses it as too short, so
@@ -90,7 +91,11 @@ extern "C" {
 
 /* What the error callback is told. */
 typedef enum TarnError {
-  /* A reliable segment met a full send window: sent once, not stored, never re-sent. */
+  /* A reliable segment met a full send window: sent once, not stored, never re-sent; the stream
+   * stands still if that datagram is lost. You send faster than the peer acknowledges: set a
+   * profile (tarn_set_profile() in tarn/control.h), so that messages wait for room, or use
+   * tarn_try_send_reliable(), which refuses what there is no room for and says when there is. With
+   * a queue this code means that it is full and the message was not taken; the stream goes on. */
   TARN_ERROR_SEND_OVERFLOW = 0,
   /* A segment that came early met a full receive buffer and was dropped; the peer re-sends it. */
   TARN_ERROR_RECV_REJECTED = 1,
@@ -98,7 +103,11 @@ typedef enum TarnError {
   TARN_ERROR_BYE = 2,
   /* Nothing was received or sent for longer than the active timeout. Raised again in every cycle
    * (every rtx timeout) until something happens or the session is destroyed. */
-  TARN_ERROR_INACTIVE = 3
+  TARN_ERROR_INACTIVE = 3,
+  /* A received message is longer than TARN_OPTION_MAX_MESSAGE of tarn/control.h allows; raised only
+   * where that is set. */
+  TARN_ERROR_MESSAGE_TOO_LARGE = 4,
+  TARN_ERROR_UNREACHABLE = 5 /* not raised yet */
 } TarnError;
 
 /* `data` is valid and writable until the callback returns; the result is ignored. */
@@ -235,7 +244,10 @@ TARN_API void tarn_input(void* handle, char* data, int len);
 
 /* Sends a message reliably: whole, once, in the order of the calls. It is split into segments of at
  * most mtu bytes, each goes out at once through the output callback and is kept until the peer
- * acknowledges it. Never blocks; see the limits above for a full window and for empty messages. */
+ * acknowledges it. Never blocks; see the limits above for a full window and for empty messages.
+ * Not for many messages in a loop: once the window (32 segments unless set) is full, each further
+ * one is sent once, without a second try. For those set a profile before, or use
+ * tarn_try_send_reliable(); both are in tarn/control.h. */
 TARN_API void tarn_send_reliable(void* handle, char* data, int len);
 
 /* Sends a message once, in one datagram of up to len + 12 bytes, and acknowledgements where they

@@ -72,6 +72,28 @@ void count_una() {
   require(sender.errors() == 0, path, "segments were not released");
 }
 
+// What sending costs by itself, with room in the window; acknowledged in between.
+void count_sending(const char* name, size_t size, void (End::*send)(std::vector<char>&) const) {
+  constexpr int kMessages = 4;
+  constexpr size_t kMtu = 1400;
+  const Path path{name, 100, kMessages};
+  const int segments = kMessages * static_cast<int>((size + kMtu - 1) / kMtu);
+  End sender;
+  std::vector<char> message(size, 'x');
+  std::vector<char> datagram;
+  int next = 0;
+  count(
+      path,
+      [&] {
+        if (next > 0) sender.input(datagram = feedback_datagram(kUna, next - 1, 1));
+        next += segments;
+      },
+      [&] {
+        for (int i = 0; i < kMessages; ++i) (sender.*send)(message);
+      });
+  require(sender.errors() == 0, path, "a message was not kept");
+}
+
 // Segments that have arrived early, one by one.
 void count_acks() {
   const Path path{"acknowledgement_list_of_16", kRounds / 2};
@@ -105,6 +127,12 @@ void count_datagrams() {
   count_duplicate();
   count_una();
   count_acks();
+  count_sending("send_reliable_64", 64, &End::send_reliable);
+  count_sending("send_reliable_1024", 1024, &End::send_reliable);
+  count_sending("send_reliable_8192", 8192, &End::send_reliable);
+  count_sending("try_send_reliable_64", 64, &End::try_send_reliable);
+  count_sending("try_send_reliable_1024", 1024, &End::try_send_reliable);
+  count_sending("try_send_reliable_8192", 8192, &End::try_send_reliable);
   count_refused("refused_garbage_64", std::vector<char>(64, 'x'));
   std::vector<char> cut = Recorder().record(1, 64).front();
   cut.pop_back();

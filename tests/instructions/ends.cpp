@@ -1,5 +1,7 @@
 #include "tests/instructions/ends.h"
 
+#include "tarn/control.h"
+
 namespace instructions {
 
 namespace {
@@ -35,6 +37,10 @@ End::End() : handle_(tarn_create()) {
 
 void End::send_reliable(std::vector<char>& message) const {
   tarn_send_reliable(handle_, message.data(), static_cast<int>(message.size()));
+}
+
+void End::try_send_reliable(std::vector<char>& message) const {
+  if (tarn_try_send_reliable(handle_, message.data(), message.size()) != 0) ++errors_;
 }
 
 void End::send_unreliable(std::vector<char>& message) const {

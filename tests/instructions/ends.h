@@ -24,6 +24,8 @@ class End {
 
   void* handle() const { return handle_; }
   void send_reliable(std::vector<char>& message) const;
+  // An error if there is no room.
+  void try_send_reliable(std::vector<char>& message) const;
   void send_unreliable(std::vector<char>& message) const;
   void input(std::vector<char>& datagram) const;
 
@@ -34,7 +36,7 @@ class End {
  private:
   void* handle_;
   long received_ = 0;
-  long errors_ = 0;
+  mutable long errors_ = 0;
 };
 
 // Feeds what the first emits to the second.

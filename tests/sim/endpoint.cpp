@@ -364,6 +364,9 @@ void Endpoint::raised(TarnError code) {
     case TARN_ERROR_INACTIVE:
       check_inactive();
       break;
+    case TARN_ERROR_MESSAGE_TOO_LARGE:
+    case TARN_ERROR_UNREACHABLE:
+      fail("{}: error {} that nobody has asked for", plan_.name, static_cast<int>(code));
   }
 }
 
