@@ -3,8 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "tests/sim/pair.h"
-
 namespace tarn_sim {
 namespace {
 
@@ -26,11 +24,7 @@ uint64_t time_transfer(World& world, const Pair::Plan& plan, Random random) {
 
 }  // namespace
 
-double measure_bulk(World& world, Random random, unsigned int window, unsigned int transfers) {
-  Pair::Plan plan;
-  plan.settings.send_window = plan.settings.recv_window = window;
-  plan.link_ab.rate_bps = 100'000'000;
-  plan.link_ab.queue_bytes = 65536;
+double measure_bulk(World& world, Random random, const Pair::Plan& plan, unsigned int transfers) {
   uint64_t ns = 0;
   for (unsigned int i = 0; i < transfers; ++i) ns += time_transfer(world, plan, random.fork());
   const double bits = 8.0 * kPayload * kMessages * transfers;

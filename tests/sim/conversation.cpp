@@ -1,5 +1,7 @@
 #include "tests/sim/conversation.h"
 
+#include <errno.h>
+
 #include <algorithm>
 #include <iterator>
 #include <string_view>
@@ -20,19 +22,27 @@ constexpr uint64_t kAuditPeriod = 7 * kNsPerMs;
 // Segments further apart than this have no order; acknowledgements of single ones make room in the
 // window, but do not move the oldest.
 constexpr uint64_t kLargestSpan = 32'700;
+constexpr size_t kMostSegments = 64;  // of a message that waits for room
 constexpr size_t kLargestUnreliable = 60000;
 constexpr size_t kSmallestInPlace = 6;
 
-Stream::Rules rules(const Plan& plan, const Round& round, const ConversationPlan& own) {
+Stream::Rules rules(const Plan& plan, const Round& round, const ConversationPlan& own,
+                    const Script& sender) {
+  const ControlLimits limits(round.settings, sender.control);
   Stream::Rules rules;
-  rules.largest_payload = std::min<size_t>(round.settings.mtu, kLargestPayload);
+  rules.largest_payload = std::min<size_t>(limits.mtu, kLargestPayload);
+  rules.controlled = sender.control.on;
+  // Who has begun to send before the first call has not looked for room.
+  rules.most_sent = sender.control.late ? UINT64_MAX : limits.most_sent;
+  rules.most_ahead = limits.most_ahead;
+  rules.may_overflow = limits.least_queued == 0;
   rules.exact_timing = has_exact_timing(plan, own);
   rules.trusted = own.link_ab.corrupt == 0 && own.link_ba.corrupt == 0 && !own.restart_b;
   return rules;
 }
 
 Endpoint::Plan endpoint_plan(const std::string& name, const Round& round, const Script& script) {
-  return {name, round.settings, script.habits};
+  return {name, round.settings, script.habits, script.control};
 }
 
 }  // namespace
@@ -46,9 +56,9 @@ Conversation::Conversation(World& world, const Plan& plan, const Round& round,
       random_(random),
       link_ab_(random_.fork(), own.link_ab),
       link_ba_(random_.fork(), own.link_ba),
-      stream_ab_(world, own.name + ".a->b", rules(plan, round, own)),
-      stream_ba_(world, own.name + ".b->a", rules(plan, round, own)),
-      stream_fresh_(world, own.name + ".b2->a", rules(plan, round, own)),
+      stream_ab_(world, own.name + ".a->b", rules(plan, round, own, own.script_a)),
+      stream_ba_(world, own.name + ".b->a", rules(plan, round, own, own.script_b)),
+      stream_fresh_(world, own.name + ".b2->a", rules(plan, round, own, own.script_b)),
       a_(world, endpoint_plan(own.name + ".a", round, own.script_a), random_.fork(), stream_ab_,
          stream_ba_, link_ab_),
       b_(world, endpoint_plan(own.name + ".b", round, own.script_b), random_.fork(), stream_ba_,
@@ -123,13 +133,11 @@ void Conversation::receive(Side& side) {
 
 void Conversation::run() {
   Scheduler& scheduler = world_.scheduler();
-  std::vector<TaskId> players;
-  for (Side* const side : {&side_a_, &side_b_}) {
-    players.push_back(scheduler.spawn(side->endpoint.name(), [this, side] { play(*side); }));
-  }
+  std::vector<TaskId> players = spawn_players(side_a_);
+  const std::vector<TaskId> players_b = spawn_players(side_b_);
+  players.insert(players.end(), players_b.begin(), players_b.end());
   if (plan_.restart_b) {
-    const TaskId player_b = players.back();
-    players.push_back(scheduler.spawn("restart", [this, player_b] { restart_b(player_b); }));
+    players.push_back(scheduler.spawn("restart", [this, players_b] { restart_b(players_b); }));
   }
   if (plan_.cut_off_a) players.push_back(scheduler.spawn("cut", [this] { cut_off_a(); }));
   if (plan_.stranger_share > 0) {
@@ -138,12 +146,25 @@ void Conversation::run() {
   for (const TaskId each : players) scheduler.join(each);
 }
 
+std::vector<TaskId> Conversation::spawn_players(Side& side) {
+  Scheduler& scheduler = world_.scheduler();
+  const std::string& name = side.endpoint.name();
+  std::vector<TaskId> players;
+  for (side.players = 0; side.players < side.script.control.senders; ++side.players) {
+    players.push_back(scheduler.spawn(name, [this, &side] { play(side); }));
+  }
+  if (side.script.control.on) {
+    players.push_back(scheduler.spawn(name + ".reader", [this, &side] { control(side); }));
+  }
+  return players;
+}
+
 // A peer that has lost everything: it numbers from 0 again and expects 0, the other end does not.
-void Conversation::restart_b(TaskId player_b) {
+void Conversation::restart_b(const std::vector<TaskId>& players_b) {
   world_.scheduler().sleep(kNsPerSecond);
   b_.destroy(0);
   // The new session may get the old one's address, which nobody may use any more then.
-  world_.scheduler().join(player_b);
+  for (const TaskId each : players_b) world_.scheduler().join(each);
   fresh_b_ =
       std::make_unique<Endpoint>(world_, endpoint_plan(plan_.name + ".b2", round_, plan_.script_b),
                                  random_.fork(), stream_fresh_, stream_ab_, link_ba_);
@@ -156,6 +177,7 @@ void Conversation::restart_b(TaskId player_b) {
     io = SessionSocket::create(fresh_side_->ports);
   }
   start(*fresh_side_, io);
+  fresh_side_->players = 1;
   play(*fresh_side_);
 }
 
@@ -169,14 +191,29 @@ void Conversation::cut_off_a() {
 
 void Conversation::play(Side& side) {
   const Script& script = side.script;
-  for (unsigned int sent = 0;
-       sent < script.messages && side.endpoint.is_open() && !is_out_of_time();) {
+  const unsigned int messages = script.messages / script.control.senders;
+  for (unsigned int sent = 0; sent < messages && side.endpoint.is_open() && !is_out_of_time();) {
     const auto burst = static_cast<unsigned int>(side.random.between(1, script.burst));
-    for (unsigned int i = 0; i < burst && sent < script.messages; ++i, ++sent) send_one(side);
+    for (unsigned int i = 0; i < burst && sent < messages; ++i, ++sent) send_one(side);
     check_resends();
     if (script.gap_ns == 0) continue;
     world_.scheduler().sleep(script.even ? script.gap_ns : side.random.between(0, script.gap_ns));
   }
+  --side.players;
+}
+
+// Reads now and then only, and changes its mind, for as long as somebody sends here.
+void Conversation::control(Side& side) {
+  const ControlPlan& plan = side.script.control;
+  size_t changed = 0;
+  while (side.players > 0 && side.endpoint.is_open()) {
+    const uint64_t longest = plan.reader_ns > 0 ? plan.reader_ns : 50 * kNsPerMs;
+    world_.scheduler().sleep(side.random.between(1, longest));
+    if (plan.late) side.endpoint.begin_control();
+    if (plan.reader_ns > 0) side.endpoint.pause(side.random.chance(0.5));
+    if (changed < plan.changes.size()) side.endpoint.change(plan.changes[changed++]);
+  }
+  side.endpoint.pause(false);
 }
 
 size_t Conversation::draw_size(Side& side) const {
@@ -186,11 +223,19 @@ size_t Conversation::draw_size(Side& side) const {
 }
 
 void Conversation::send_one(Side& side) {
-  const size_t size = draw_size(side);
+  size_t size = draw_size(side);
+  // An mtu of its own may be small.
+  if (side.script.control.on) size = std::min(size, kMostSegments * side.endpoint.limits().mtu);
   if (side.random.chance(side.script.meddle_share)) meddle(side);
   if (!side.random.chance(side.script.unreliable_share)) {
-    if (side.script.bounded) wait_for_room(side, size);
-    side.endpoint.send_reliable(size);
+    if (side.random.chance(side.script.control.try_share)) {
+      try_one(side, size);
+    } else if (side.script.control.on && side.script.bounded) {
+      send_bounded(side, size);
+    } else {
+      if (side.script.bounded) wait_for_room(side, size);
+      side.endpoint.send_reliable(size);
+    }
   } else if (side.random.chance(0.5)) {
     side.endpoint.send_unreliable(std::min(size, kLargestUnreliable));
   } else {
@@ -212,6 +257,40 @@ void Conversation::wait_for_room(Side& side, size_t size) {
   }
 }
 
+// After a refusal nothing but the writable callback lets it go on.
+void Conversation::try_one(Side& side, size_t size) {
+  constexpr size_t kMostUnwritten = 2;
+  Scheduler& scheduler = world_.scheduler();
+  Endpoint& endpoint = side.endpoint;
+  size = std::min(size, endpoint.limits().longest_message());
+  const auto is_over = [&] { return is_disturbed() || side.out.is_broken() || is_out_of_time(); };
+  if (side.random.chance(side.script.control.callback_share)) {
+    endpoint.write(size);
+    while (endpoint.unwritten() > kMostUnwritten && !is_over()) {
+      scheduler.block(&endpoint, scheduler.now() + kAuditPeriod);
+    }
+    return;
+  }
+  for (;;) {
+    const uint64_t begun = scheduler.points();
+    if (endpoint.try_send(size) != -EAGAIN) return;
+    while (endpoint.told_at() <= begun && !is_over()) {
+      scheduler.block(&endpoint, scheduler.now() + kAuditPeriod);
+    }
+    if (is_over()) return;
+  }
+}
+
+// Somebody else may take the room that it has waited for.
+void Conversation::send_bounded(Side& side, size_t size) {
+  size = std::min(size, side.endpoint.limits().longest_message());
+  while (side.endpoint.is_open() && side.endpoint.send_room() < size && !is_disturbed() &&
+         !side.out.is_broken() && !is_out_of_time()) {
+    world_.scheduler().sleep(kAuditPeriod);
+  }
+  side.endpoint.send_reliable(size);
+}
+
 bool Conversation::is_out_of_time() const {
   return world_.scheduler().now() - opened_at_ > plan_.give_up_ns;
 }
@@ -220,7 +299,7 @@ bool Conversation::is_out_of_time() const {
 // changed on the way.
 bool Conversation::is_disturbed() const {
   return !a_.is_open() || !b_.is_open() || a_.is_cut_off() || plan_.link_ab.corrupt > 0 ||
-         plan_.link_ba.corrupt > 0;
+         plan_.link_ba.corrupt > 0 || errors(TARN_ERROR_MESSAGE_TOO_LARGE) > 0;
 }
 
 void Conversation::meddle(Side& side) {
@@ -280,11 +359,10 @@ void Conversation::check_resends() const {
 bool Conversation::has_settled() {
   if (!stream_ab_.is_complete() || !stream_ba_.is_complete()) return false;
   // A refused segment that was lost keeps all later ones from being acknowledged for good.
-  if (!round_.settings.acknowledges() || a_.errors(TARN_ERROR_SEND_OVERFLOW) > 0 ||
-      b_.errors(TARN_ERROR_SEND_OVERFLOW) > 0) {
+  if (!round_.settings.acknowledges() || stream_ab_.is_broken() || stream_ba_.is_broken()) {
     return true;
   }
-  return a_.kept() == 0 && b_.kept() == 0;
+  return a_.kept() == 0 && b_.kept() == 0 && a_.is_written() && b_.is_written();
 }
 
 // How long it may take until all has been delivered and acknowledged over links that lose nothing.
@@ -295,8 +373,11 @@ uint64_t Conversation::time_to_settle() {
   const uint64_t now = world_.scheduler().now();
   const uint64_t kept = std::max(a_.kept(), b_.kept());
   // Segments that were refused after they had left may take the room of others.
-  const bool has_room = kept <= settings.recv_window && errors(TARN_ERROR_SEND_OVERFLOW) == 0;
+  const unsigned int early = std::min(a_.limits().least_early, b_.limits().least_early);
+  const bool has_room = kept <= early && errors(TARN_ERROR_SEND_OVERFLOW) == 0;
   const uint64_t rotations = has_room ? 2 : kept + 2;
+  // Each of these waits for the acknowledgement of another one.
+  const uint64_t later = a_.segments_to_send() + b_.segments_to_send();
   uint64_t on_the_way = 0;
   for (const Link* const link : {&link_ab_, &link_ba_}) {
     if (link->last_due() > now) on_the_way = std::max(on_the_way, link->last_due() - now);
@@ -305,7 +386,8 @@ uint64_t Conversation::time_to_settle() {
   const uint64_t turns =
       100 * kNsPerMs + rotations * kept * 200 * world_.scheduler().preemption().cost_ns;
   return on_the_way + kFirstResend + rotations * kRotation + 2 * kHealedDelay +
-         2 * settings.rtx_timeout * kNsPerMs + turns + world_.timer_lag_ns();
+         later * (kRotation + 2 * kHealedDelay) + (later + 2) * settings.rtx_timeout * kNsPerMs +
+         turns + world_.timer_lag_ns();
 }
 
 void Conversation::calm_down() {
@@ -322,6 +404,7 @@ void Conversation::heal_and_settle() {
   const uint64_t deadline = world_.scheduler().now() + allowed;
   while (!has_settled()) {
     if (is_disturbed()) return;
+    resume();
     if (world_.scheduler().now() > deadline) {
       fail("{}: {:.0f} ms after the links healed {} and {} packets are kept, a->b {}, b->a {}",
            plan_.name, static_cast<double>(allowed) * 1e-6, a_.kept(), b_.kept(),
@@ -329,6 +412,34 @@ void Conversation::heal_and_settle() {
            stream_ba_.is_complete() ? "complete" : "incomplete");
     }
     check_resends();
+    world_.scheduler().sleep(kAuditPeriod);
+  }
+}
+
+// A callback that was under way may have paused it after its reader had gone.
+void Conversation::resume() {
+  for (Endpoint* const each : {&a_, &b_}) {
+    if (each->is_paused()) each->pause(false);
+  }
+}
+
+void Conversation::check_counters() {
+  for (Endpoint* const each : {&a_, &b_}) check_counters(*each);
+  const bool is_at_rest = !is_disturbed() && round_.settings.acknowledges() &&
+                          !stream_ab_.is_broken() && !stream_ba_.is_broken();
+  if (!is_at_rest) return;
+  a_.check_at_rest();
+  b_.check_at_rest();
+}
+
+// An event is counted a little before it can be seen, or after.
+void Conversation::check_counters(Endpoint& endpoint) {
+  constexpr uint64_t kLongest = 5 * kNsPerSecond;
+  const uint64_t deadline = world_.scheduler().now() + kLongest + world_.timer_lag_ns();
+  for (;;) {
+    const std::string difference = endpoint.counter_difference();
+    if (difference.empty()) return;
+    if (world_.scheduler().now() > deadline) fail("{}: {}", endpoint.name(), difference);
     world_.scheduler().sleep(kAuditPeriod);
   }
 }

@@ -32,6 +32,8 @@ class Conversation {
   void calm_down();
   // Requires: nothing disturbs this run any more but the taking of turns.
   void heal_and_settle();
+  // Requires: the applications are calm.
+  void check_counters();
   void destroy();
   // The sessions are gone and so are the tasks.
   void finish();
@@ -51,6 +53,7 @@ class Conversation {
     const Script& script;
     uint32_t conv;
     Random random;
+    unsigned int players = 0;  // that have not come to their end
     Ports ports{};
     std::unique_ptr<SessionSocket> socket{};  // unless callbacks are its path
   };
@@ -63,10 +66,16 @@ class Conversation {
   void receive(Side& side);
   void play(Side& side);
   void send_one(Side& side);
+  void try_one(Side& side, size_t size);
+  void send_bounded(Side& side, size_t size);
+  void control(Side& side);
+  void resume();
+  void check_counters(Endpoint& endpoint);
   void meddle(Side& side);
   size_t draw_size(Side& side) const;
   void wait_for_room(Side& side, size_t size);
-  void restart_b(TaskId player_b);
+  std::vector<TaskId> spawn_players(Side& side);
+  void restart_b(const std::vector<TaskId>& players_b);
   void cut_off_a();
   void be_a_stranger();
   bool is_disturbed() const;

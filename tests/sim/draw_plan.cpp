@@ -131,6 +131,87 @@ ConversationPlan draw_conversation(Random& random, const Settings& settings, siz
   return plan;
 }
 
+std::vector<OptionSetting> draw_options(Random& random, const Settings& settings, bool again) {
+  std::vector<OptionSetting> options;
+  const auto draw = [&](TarnOption option, double share, std::initializer_list<long long> values) {
+    if (random.chance(share)) options.push_back({option, random.pick(values)});
+  };
+  if (!again) draw(TARN_OPTION_MTU, 0.2, {20, 100, 576, 1400});
+  draw(TARN_OPTION_ACTIVE_TIMEOUT_MS, 0.2, {100, 5000, UINT32_MAX});
+  draw(TARN_OPTION_SEND_WINDOW, 0.5, {1, 2, 8, 32, 100, 1024});
+  draw(TARN_OPTION_RECV_WINDOW, 0.4, {1, 4, 32, 256});
+  draw(TARN_OPTION_SEND_QUEUE, 0.7, {0, 1, 100, 5000, 100'000, 10'000'000});
+  draw(TARN_OPTION_PEER_WINDOW, 0.6, {-1, 0, 1, 8, 31});
+  draw(TARN_OPTION_MAX_MESSAGE, 0.3, {0, 1LL << 30, 1LL << 40});
+  draw(TARN_OPTION_KEEP_ALIVE_MS, 0.3, {0, 20, 100, 1000});
+  draw(TARN_OPTION_PEER_TIMEOUT_MS, 0.3, {0, 50, 500, 5000});
+  constexpr long long kUsual = 32;
+  for (OptionSetting& each : options) {
+    if (each.option == TARN_OPTION_SEND_WINDOW) {
+      each.value =
+          std::min<long long>(each.value, std::max<long long>(settings.send_window, kUsual));
+    }
+    if (each.option == TARN_OPTION_RECV_WINDOW && settings.send_window > kUsual) {
+      each.value = std::max(each.value, kUsual);
+    }
+  }
+  return options;
+}
+
+ControlPlan draw_control(Random& random, const Settings& settings) {
+  ControlPlan control;
+  control.on = true;
+  control.late = random.chance(0.15);
+  if (random.chance(0.25)) {
+    control.profile =
+        random.pick({TARN_PROFILE_BALANCED, TARN_PROFILE_REALTIME, TARN_PROFILE_BULK});
+  }
+  if (random.chance(0.9)) control.options = draw_options(random, settings, control.late);
+  if (random.chance(0.3)) control.changes = draw_options(random, settings, true);
+  control.senders = static_cast<unsigned int>(random.between(1, 3));
+  control.try_share = random.pick({0.0, 0.5, 1.0});
+  control.callback_share = random.pick({0.0, 0.5, 1.0});
+  control.pause_share = sometimes(random, 0.4, 0.2);
+  control.reader_ns = random.chance(0.5) ? ms(random.between(20, 500)) : 0;
+  return control;
+}
+
+// A rotation brings as many segments as the receive window holds, at least: with one that is so
+// much smaller than what is sent, too few.
+void keep_windows_close(const Settings& settings, ControlPlan& sender,
+                        const ControlPlan& receiver) {
+  constexpr unsigned int kSmall = 32;
+  if (ControlLimits(settings, receiver).least_early >= kSmall) return;
+  sender.profile = TARN_PROFILE_PLAIN;
+  for (std::vector<OptionSetting>* const each : {&sender.options, &sender.changes}) {
+    for (OptionSetting& setting : *each) {
+      if (setting.option == TARN_OPTION_SEND_WINDOW) {
+        setting.value = std::min<long long>(setting.value, kSmall);
+      }
+    }
+  }
+}
+
+// Half of the conversations, from a generator of their own: the rest is drawn as without.
+void add_control(Random random, const Settings& settings, ConversationPlan& plan) {
+  if (!settings.acknowledges() || !random.chance(0.5)) return;
+  for (Script* const each : {&plan.script_a, &plan.script_b}) {
+    if (random.chance(0.75)) each->control = draw_control(random, settings);
+  }
+  ControlPlan& a = plan.script_a.control;
+  ControlPlan& b = plan.script_b.control;
+  keep_windows_close(settings, a, b);
+  keep_windows_close(settings, b, a);
+  const bool takes_over = plan.conv_a == 0 || plan.conv_a == plan.conv_b;
+  if (takes_over && random.chance(0.3) && !a.late) {
+    a.options.push_back({TARN_OPTION_STRICT_CONV, 1});
+  }
+  if (plan.conv_a == plan.conv_b && random.chance(0.3) && !b.late) {
+    b.options.push_back({TARN_OPTION_STRICT_CONV, 1});
+  }
+  if (random.chance(0.03)) b.options.push_back({TARN_OPTION_MAX_MESSAGE, 300});
+}
+
 // A session made halfway may get the address of one that was destroyed while a thread was about to
 // call it, which applications must not do: then none is destroyed before the end.
 void keep_addresses_apart(Round& round) {
@@ -164,6 +245,7 @@ uint64_t draw_wall(Random& random) {
 
 Plan draw_plan(uint64_t seed) {
   Random random(seed);
+  Random control_random(~seed);
   Plan plan;
   plan.name = "drawn";
   plan.seed = seed;
@@ -179,6 +261,7 @@ Plan draw_plan(uint64_t seed) {
     const uint64_t count = random.pick({1, 1, 2, 4});
     for (size_t index = 0; index < count; ++index) {
       round.conversations.push_back(draw_conversation(random, round.settings, index));
+      add_control(control_random.fork(), round.settings, round.conversations.back());
     }
     if (random.chance(0.08)) round.tcp_talks = static_cast<unsigned int>(random.between(1, 2));
     keep_addresses_apart(round);

@@ -9,6 +9,7 @@
 
 #include "tarn/io.h"
 #include "tests/sim/boundary.h"
+#include "tests/sim/endpoint_calls.h"
 #include "tests/sim/failure.h"
 
 namespace tarn_sim {
@@ -18,63 +19,30 @@ std::map<TaskId, Endpoint*> opening;  // by the tasks that create their sessions
 
 constexpr size_t kSegmentHead = 3;
 constexpr size_t kUnaSegment = 5;
+constexpr size_t kLeastFeedback = 8;
 constexpr size_t kInPlacePrefix = 12;
 constexpr size_t kMostListed = 32767;
+constexpr size_t kMostInFlight = 256;  // segments of messages whose sending has begun
 
 }  // namespace
-
-// Around every callback. The library may hold one lock while it calls out, and only where timers
-// run: that of the timer.
-class Endpoint::Callback {
- public:
-  Callback(Endpoint& endpoint, const char* what) {
-    World& world = endpoint.world_;
-    const unsigned int allowed = world.runs_timers() ? 1 : 0;
-    if (world.locks().held_count() > allowed) {
-      fail("{}: a lock is held across the {} callback", endpoint.name(), what);
-    }
-    // Whoever was inside before the deletion may have taken the callback along.
-    if (!is_registered(endpoint.handle_) && !endpoint.is_inside(world.scheduler().self())) {
-      fail("{}: {} callback after the session was deleted", endpoint.name(), what);
-    }
-    world.scheduler().point();
-    endpoint.observe();
-  }
-  Callback(const Callback&) = delete;
-  Callback& operator=(const Callback&) = delete;
-
- private:
-  const OutsideLibrary outside_;
-};
-
-// Around every call on the session that may lead to callbacks.
-class Endpoint::Call {
- public:
-  explicit Call(Endpoint& endpoint)
-      : callers_(endpoint.callers_), entry_(callers_.insert(endpoint.world_.scheduler().self())) {}
-  ~Call() { callers_.erase(entry_); }
-  Call(const Call&) = delete;
-  Call& operator=(const Call&) = delete;
-
- private:
-  std::multiset<TaskId>& callers_;
-  const std::multiset<TaskId>::iterator entry_;
-  const InsideLibrary inside_;
-};
 
 Endpoint::Endpoint(World& world, Plan plan, Random random, Stream& out, Stream& in, Link& link)
     : world_(world),
       plan_(std::move(plan)),
+      limits_(plan_.settings, plan_.control),
       random_(random),
       out_(out),
       in_(in),
       link_(link),
-      replies_left_(plan_.habits.replies) {}
+      replies_left_(plan_.habits.replies),
+      writer_([this](size_t size) { return try_send(size); }) {
+  if (plan_.control.on) watch_ = std::make_unique<ControlWatch>(world, plan_.name, limits_);
+}
 
 void Endpoint::open(uint32_t conv, void* io) {
-  quiet_since_ = world_.tick();
+  quiet_since_ = received_at_tick_ = world_.tick();
   io_ = io;
-  conv_ = conv;
+  conv_ = own_conv_ = conv;
   const TaskId self = world_.scheduler().self();
   opening[self] = this;
   void* handle = nullptr;
@@ -90,6 +58,7 @@ void Endpoint::open(uint32_t conv, void* io) {
 void Endpoint::use(void* handle) {
   const InsideLibrary inside;
   handle_ = handle;
+  if (plan_.control.on && !plan_.control.late) begin_control();
   set_callbacks();
 }
 
@@ -169,20 +138,24 @@ void Endpoint::send_reliable(size_t size) {
   if (!is_open()) return;
   std::string bytes = draw_bytes(size);
   world_.event("{} send {} bytes", plan_.name, size);
+  const ControlWatch::Attempt attempt = begin_attempt(size);
   out_.open_message(bytes);
   const uint32_t tick = world_.tick();
   {
     const Call call(*this);
     tarn_send_reliable(handle_, bytes.data(), static_cast<int>(size));
   }
-  out_.close_message(destroyed_ || cut_off_);
-  note_activity(tick);
+  const bool found_room = out_.close_message(destroyed_ || cut_off_);
+  if (watch_ && !destroyed_ && !cut_off_) watch_->end_send(attempt, found_room);
+  if (watch_) watch_->end();
+  if (!watch_ || (found_room && !cut_off_)) note_activity(tick);
 }
 
 void Endpoint::send_unreliable(size_t size) {
   if (!is_open()) return;
   std::string bytes = draw_bytes(size);
   world_.event("{} send {} bytes unreliably", plan_.name, size);
+  if (watch_) ++watch_->seen().unreliable_sent;
   const uint32_t tick = world_.tick();
   {
     const Call call(*this);
@@ -195,6 +168,7 @@ void Endpoint::send_in_place(size_t size) {
   if (!is_open()) return;
   std::string bytes = draw_bytes(kInPlacePrefix + size);
   world_.event("{} send {} bytes in place", plan_.name, size);
+  if (watch_) ++watch_->seen().unreliable_sent;
   const Call call(*this);
   tarn_send_unreliable_nocp(handle_, bytes.data(), static_cast<int>(size));
 }
@@ -213,7 +187,9 @@ void Endpoint::feed(std::string datagram) {
 void Endpoint::begin_feed(std::string datagram) {
   if (!takes_datagrams()) return;
   world_.event("{} gets {} bytes", plan_.name, datagram.size());
+  is_dropped_ = is_foreign(datagram);
   expect_of(datagram);
+  if (watch_) count_fed(datagram);
   feeder_ = world_.scheduler().self();
   feeding_ = true;
   feeding_since_ = world_.scheduler().points();
@@ -223,8 +199,12 @@ void Endpoint::begin_feed(std::string datagram) {
 
 void Endpoint::end_feed() {
   if (!std::exchange(feeding_, false)) return;
-  note_activity(fed_at_tick_);
-  tell_acknowledged(fed_);
+  if (!is_dropped_) note_activity(fed_at_tick_);
+  if (watch_) {
+    count_arrival();
+  } else {
+    tell_acknowledged(fed_);
+  }
   if (destroyed_) return;
   if (!expected_.empty() || expected_byes_ != 0) {
     fail("{}: a datagram was taken, but not all that is in it was reported", plan_.name);
@@ -234,6 +214,7 @@ void Endpoint::end_feed() {
 void Endpoint::expect_of(std::string_view datagram) {
   expected_.clear();
   expected_byes_ = 0;
+  if (is_dropped_) return;
   for (const Segment& each : visible_segments(datagram)) {
     if (each.type == Segment::kUnreliable && !each.body.empty()) expected_.emplace_back(each.body);
     if (each.type == Segment::kBye) ++expected_byes_;
@@ -278,9 +259,15 @@ bool Endpoint::emitted(std::string_view datagram) {
   if (!emission) fail("{}: emits {} bytes that are no datagram", plan_.name, datagram.size());
   if (emission->kind == Emission::Kind::kReliable) {
     world_.event("{} emits {} bytes, segment {}", plan_.name, datagram.size(), emission->seq);
-    out_.emitted(*emission);
+    const bool is_first = out_.emitted(*emission);
+    if (watch_) ++(is_first ? watch_->seen().segments_sent : watch_->seen().segments_resent);
   } else {
     world_.event("{} emits {} bytes", plan_.name, datagram.size());
+    check_purpose(*emission);
+  }
+  if (watch_) {
+    ++watch_->seen().datagrams_sent;
+    watch_->seen().datagram_bytes_sent += datagram.size();
   }
   check_size(*emission);
   in_.check_feedback(*emission);
@@ -292,6 +279,13 @@ void Endpoint::put_on_link(std::string_view datagram, bool feedback_only) {
   world_.scheduler().wake(&link_);
 }
 
+// A datagram with nothing in it is a sign of life.
+void Endpoint::check_purpose(const Emission& emission) const {
+  if (emission.kind != Emission::Kind::kFeedback || emission.una || emission.acks) return;
+  if (!limits_.keeps_alive) fail("{}: a datagram with nothing in it leaves", plan_.name);
+  if (!has_received_) fail("{}: a sign of life before one of the peer's", plan_.name);
+}
+
 // Feedback may fill a datagram up to the mtu. One corner is let be: beside a payload that leaves 6
 // or 7 bytes, an una is followed by all acknowledgements there are.
 void Endpoint::check_size(const Emission& emission) const {
@@ -301,9 +295,13 @@ void Endpoint::check_size(const Emission& emission) const {
   size_t feedback = emission.una ? kUnaSegment : 0;
   if (emission.acks) feedback += kSegmentHead + 2 * emission.acks->size();
   if (feedback == 0) return;
-  if (data >= plan_.settings.mtu) fail("{}: feedback beside a full segment", plan_.name);
-  const size_t budget = plan_.settings.mtu - data;
-  if (emission.una && (budget == 6 || budget == 7)) return;
+  if (data >= limits_.mtu) fail("{}: feedback beside a full segment", plan_.name);
+  size_t budget = limits_.mtu - data;
+  if (emission.una && (budget == 6 || budget == 7) && !(watch_ && limits_.begins_with_options)) {
+    return;
+  }
+  // Room for both heads, which is within what a full segment takes.
+  if (watch_ && limits_.has_options) budget = std::max(budget, kLeastFeedback);
   if (feedback > budget) {
     fail("{}: {} bytes of feedback where {} have room", plan_.name, feedback, budget);
   }
@@ -313,6 +311,7 @@ int Endpoint::on_reliable(char* data, int len, void* self) {
   Endpoint& endpoint = *static_cast<Endpoint*>(self);
   const Callback callback(endpoint, "reliable");
   endpoint.world_.event("{} got {} bytes", endpoint.name(), len);
+  if (endpoint.watch_) endpoint.watch_->on_delivery(static_cast<size_t>(len));
   endpoint.in_.delivered(std::string_view(data, static_cast<size_t>(len)));
   endpoint.act_in_callback();
   return 0;
@@ -328,6 +327,7 @@ int Endpoint::on_unreliable(char* data, int len, void* self) {
     fail("{}: an unreliable message of {} bytes that did not come now", endpoint.name(), len);
   }
   expected.pop_front();
+  if (endpoint.watch_) ++endpoint.watch_->seen().unreliable_delivered;
   endpoint.act_in_callback();
   return 0;
 }
@@ -347,15 +347,17 @@ void Endpoint::raised(TarnError code) {
   switch (code) {
     case TARN_ERROR_SEND_OVERFLOW:
       // The window of a destroyed session is not looked at any more.
-      if (!destroyed_ && (!out_.is_sending() || send_window_full_at_ < out_.sending_since())) {
+      if (!destroyed_ && !watch_ &&
+          (!out_.is_sending() || send_window_full_at_ < out_.sending_since())) {
         fail("{}: overflow of a window with room", plan_.name);
       }
       if (!cut_off_) out_.refused();
       break;
     case TARN_ERROR_RECV_REJECTED:
-      if (!inside_input || recv_window_full_at_ < feeding_since_) {
+      if (!inside_input || (recv_window_full_at_ < feeding_since_ && !is_far_ahead())) {
         fail("{}: a segment is refused by a window with room", plan_.name);
       }
+      ++rejections_;
       break;
     case TARN_ERROR_BYE:
       if (!inside_input || expected_byes_ == 0) fail("{}: bye that nobody said", plan_.name);
@@ -365,13 +367,16 @@ void Endpoint::raised(TarnError code) {
       check_inactive();
       break;
     case TARN_ERROR_MESSAGE_TOO_LARGE:
+      if (!watch_) fail("{}: a message is too large for a plain session", plan_.name);
+      watch_->on_too_large();
+      break;
     case TARN_ERROR_UNREACHABLE:
       fail("{}: error {} that nobody has asked for", plan_.name, static_cast<int>(code));
   }
 }
 
 void Endpoint::note_activity(uint32_t tick_before) {
-  if (world_.tick() - quiet_since_ > plan_.settings.active_timeout) {
+  if (world_.tick() - quiet_since_ > limits_.active_timeout) {
     long_quiet_ended_ = world_.scheduler().now();
   }
   // The clock may have been set back meanwhile, and the session has looked at it then.
@@ -383,14 +388,18 @@ void Endpoint::note_activity(uint32_t tick_before) {
 void Endpoint::check_inactive() const {
   if (!world_.runs_timers()) fail("{}: silence is reported by no timer", plan_.name);
   const uint32_t quiet = world_.tick() - quiet_since_;
-  if (quiet > plan_.settings.active_timeout) return;
+  const uint32_t peers_quiet = world_.tick() - received_at_tick_;
+  if (quiet > limits_.active_timeout) return;
+  if (limits_.peer_timeout != 0 && peers_quiet >= limits_.peer_timeout) return;
   // A call that is under way may have looked at the clock before it was set back.
   if (world_.clock_is_behind_itself()) return;
   // The silence may have been broken while the worker was on its way here.
   const uint64_t longest_way =
       10 * world_.scheduler().preemption().longest_stall_ns + plan_.habits.slow_ns + kNsPerMs;
-  if (long_quiet_ended_ == 0 || world_.scheduler().now() - long_quiet_ended_ > longest_way) {
-    fail("{}: silence is reported after {} ms", plan_.name, quiet);
+  const uint64_t ended = std::max(long_quiet_ended_, peers_quiet_ended_);
+  if (ended == 0 || world_.scheduler().now() - ended > longest_way) {
+    fail("{}: silence is reported after {} ms, {} ms of the peer's", plan_.name, quiet,
+         peers_quiet);
   }
 }
 
@@ -400,17 +409,25 @@ void Endpoint::act_in_callback() {
   if (random_.chance(habits.slow_share)) {
     world_.scheduler().sleep(random_.between(1, habits.slow_ns));
   }
-  if (replies_left_ > 0 && random_.chance(habits.reply_share)) {
-    --replies_left_;
-    if (random_.chance(0.5)) {
-      send_reliable(random_.between(1, 300));
-    } else {
-      send_unreliable(random_.between(1, 300));
-    }
-  }
+  if (replies_left_ > 0 && random_.chance(habits.reply_share)) reply();
+  if (random_.chance(plan_.control.pause_share)) pause(random_.chance(0.5));
   if (random_.chance(habits.destroy_share)) destroy(0);
   if (random_.chance(habits.orphan_share)) destroy_orphan();
   leave_update();
+}
+
+void Endpoint::reply() {
+  --replies_left_;
+  if (random_.chance(0.5)) {
+    const uint64_t size = random_.between(1, 300);
+    if (random_.chance(plan_.control.try_share)) {
+      try_send(std::min<size_t>(size, limits_.longest_message()));
+    } else {
+      send_reliable(size);
+    }
+  } else {
+    send_unreliable(random_.between(1, 300));
+  }
 }
 
 // On the worker, that is before the worker has heard of the new session's timers.
@@ -435,20 +452,24 @@ void Endpoint::leave_update() {
 void Endpoint::observe() {
   if (!takes_datagrams() || (destroyed_ && is_deleted())) return;
   const WindowUse use = look_into(handle_, world_.locks());
-  const Settings& settings = plan_.settings;
   if (!use.changing && use.counted != use.kept) {
     fail("{}: the send window counts {} packets and keeps {}", plan_.name, use.counted, use.kept);
   }
-  if (use.kept > settings.send_window) {
-    fail("{}: {} packets in a send window of {}", plan_.name, use.kept, settings.send_window);
+  // Who has begun to send without a look at the room goes on, and what an acknowledgement takes out
+  // of the window is still there while its place is used.
+  const size_t late = plan_.control.late ? kMostInFlight : 0;
+  const size_t leaving = watch_ && feeding_ ? limits_.most_sent : 0;
+  if (use.kept > limits_.most_sent + late + leaving) {
+    fail("{}: {} packets in a send window of {}", plan_.name, use.kept, limits_.most_sent);
   }
-  if (use.early > settings.recv_window) {
-    fail("{}: {} packets in a receive window of {}", plan_.name, use.early, settings.recv_window);
+  if (use.early > limits_.most_early) {
+    fail("{}: {} packets in a receive window of {}", plan_.name, use.early, limits_.most_early);
   }
+  if (watch_) observe_control(use);
   if (use.listed > kMostListed) fail("{}: {} numbers to acknowledge", plan_.name, use.listed);
   const uint64_t point = world_.scheduler().points();
-  if (use.kept == settings.send_window) send_window_full_at_ = point;
-  if (use.early == settings.recv_window) recv_window_full_at_ = point;
+  if (use.kept == limits_.most_sent) send_window_full_at_ = point;
+  if (use.early + use.withheld >= limits_.least_early) recv_window_full_at_ = point;
 }
 
 unsigned int Endpoint::kept() const {

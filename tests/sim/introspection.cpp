@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "src/session_control.h"
 #include "src/tarn_registry.h"
 #include "src/tarn_session.h"
 #include "src/tarn_thread.h"
@@ -20,6 +21,11 @@ OX_NO_TSA WindowUse look_into(void* session, const Locks& locks) {
   for (const auto& bucket : send.buckets) use.kept += bucket.size();
   use.early = recv.recv_buffer_.size();
   use.listed = recv.ack_list.size();
+  if (const SessionControl* const control = looked_at.control_.load(std::memory_order_relaxed)) {
+    use.withheld = control->gate.withheld_segments_;
+    use.queued = control->queue.bytes();
+    use.queued_messages = control->queue.messages();
+  }
   return use;
 }
 

@@ -14,7 +14,10 @@ struct WindowUse {
   size_t kept = 0;           // and those in its buckets
   size_t early = 0;          // packets in the receive buffer
   size_t listed = 0;         // numbers to acknowledge
-  bool changing = false;     // somebody holds the send window's lock
+  size_t withheld = 0;       // packets of messages that wait for the session to be resumed
+  size_t queued = 0;         // bytes that wait for room in the send window
+  size_t queued_messages = 0;
+  bool changing = false;  // somebody holds the send window's lock
 };
 
 // Windows of a session that has not been deleted. Nothing is locked: no other task runs, and none

@@ -10,6 +10,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/sim/control_measurement.h"
 #include "tests/sim/measurement.h"
 #include "tests/sim/runner.h"
 
@@ -25,6 +26,7 @@ struct Options {
   bool hash = false;
   bool json = false;
   bool check = false;
+  bool control = false;
   unsigned int jobs = std::max(1U, std::thread::hardware_concurrency());
 };
 
@@ -68,6 +70,7 @@ CLI::App* add_measure(CLI::App& app, Options& options) {
       app.add_subcommand("measure", "Measure latency and throughput, drawn from the seed");
   measure->fallthrough();
   CLI::Option* const json = measure->add_flag("--json", options.json, "Print JSON");
+  measure->add_flag("--control", options.control, "What sessions with options deliver beside plain ones");
   measure
       ->add_flag("--check", options.check, "Compare with what the design comes to; 1 if it differs")
       ->excludes(json);
@@ -97,6 +100,9 @@ int main(int argc, char** argv) {
   const CLI::App* const measure = add_measure(app, options);
   CLI11_PARSE(app, argc, argv);
   fix_addresses(argv);
+  if (measure->parsed() && options.control) {
+    tarn_sim::measure_control(options.first, report_of(options));
+  }
   if (measure->parsed()) tarn_sim::measure(options.first, report_of(options));
   if (options.list) {
     list_plans();

@@ -37,6 +37,7 @@ constexpr LatencyCase kLatencyCases[] = {
     {0.20, 150'000, {41.0, 342, 2.5}}, {0.30, 150'000, {99.0, 521, 2.75}},
 };
 constexpr BulkCase kBulkCases[] = {{32, 10, 5.7}, {256, 20, 13.3}};
+constexpr uint64_t kBottleneck = 100'000'000;  // bits a second, with a queue of 64 KB
 constexpr double kTolerance = 0.05;
 
 struct Figure {
@@ -60,7 +61,10 @@ Measured measure_all(World& world, Random& random) {
     measured.latencies.push_back(measure_latency(world, random.fork(), each.loss, each.messages));
   }
   for (const BulkCase& each : kBulkCases) {
-    measured.bulk.push_back(measure_bulk(world, random.fork(), each.window, each.transfers));
+    Pair::Plan plan;
+    plan.settings.send_window = plan.settings.recv_window = each.window;
+    plan.link_ab.rate_bps = kBottleneck;
+    measured.bulk.push_back(measure_bulk(world, random.fork(), plan, each.transfers));
   }
   return measured;
 }
@@ -142,6 +146,12 @@ int print(const Measured& measured, Report report) {
 }  // namespace
 
 void measure(uint64_t seed, Report report) {
+  run_measurement(seed, [report](World& world, Random& random) {
+    return print(measure_all(world, random), report);
+  });
+}
+
+void run_measurement(uint64_t seed, const std::function<int(World&, Random&)>& run) {
   Random random(seed);
   World world(random.fork(), Preemption(), 0, false);
   begin_outside();
@@ -149,7 +159,7 @@ void measure(uint64_t seed, Report report) {
     const InsideLibrary inside;
     tarn_init();
   }
-  const int off = print(measure_all(world, random), report);
+  const int off = run(world, random);
   std::fflush(stdout);
   end_process(off == 0 ? 0 : 1);
 }

@@ -3,6 +3,10 @@
 #define TARN_TESTS_SIM_MEASUREMENT_H_
 
 #include <cstdint>
+#include <functional>
+
+#include "tests/sim/random.h"
+#include "tests/sim/world.h"
 
 namespace tarn_sim {
 
@@ -12,6 +16,10 @@ enum class Report { kTable, kJson, kCheck };
 // those of the design. Ends the process: with 1 if one was to be checked and is off by more than
 // 5 %. Needs a process of its own, as every run.
 [[noreturn]] void measure(uint64_t seed, Report report);
+
+// Starts the library in a world of its own and ends the process: with 1 if `run`, which prints,
+// returns more than 0.
+[[noreturn]] void run_measurement(uint64_t seed, const std::function<int(World&, Random&)>& run);
 
 }  // namespace tarn_sim
 

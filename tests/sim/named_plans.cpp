@@ -182,6 +182,54 @@ Plan left_updates() {
   return plan;
 }
 
+// Large messages through small windows, in part with a queue, sent by some tasks that go on when
+// they are told to.
+Plan controlled() {
+  LinkSettings link = distance(5);
+  link.loss = 0.1;
+  link.duplicate = 0.1;
+  Plan plan = talk(link);
+  plan.preemption.switch_share = 0.5;
+  plan.preemption.cost_ns = 100;
+  plan.update_share = 0.1;
+  only(plan).script_a.largest = 50'000;
+  only(plan).script_a.gap_ns = 0;
+  for (Script* each : {&only(plan).script_a, &only(plan).script_b}) {
+    each->habits = {0.05, ms(10), 0.3, 200, 0};
+    each->unreliable_share = 0.1;
+    each->control.on = true;
+    each->control.senders = 3;
+    each->control.try_share = 0.8;
+    each->control.callback_share = 0.5;
+    each->control.options = {{TARN_OPTION_SEND_WINDOW, 16},
+                             {TARN_OPTION_PEER_WINDOW, -1},
+                             {TARN_OPTION_KEEP_ALIVE_MS, 100},
+                             {TARN_OPTION_SEND_QUEUE, 100'000}};
+  }
+  ConversationPlan more = only(plan);
+  more.name = "2";
+  for (Script* each : {&more.script_a, &more.script_b}) each->control.options.pop_back();
+  plan.rounds[0].conversations.push_back(more);
+  return plan;
+}
+
+// A reader that does not read most of the time, and a sender that does not overrun it.
+Plan slow_reader() {
+  LinkSettings link = distance(20);
+  link.loss = 0.02;
+  Plan plan = talk(link);
+  plan.preemption.switch_share = 0.2;
+  plan.preemption.cost_ns = 100;
+  only(plan).script_a.control.on = true;
+  only(plan).script_a.control.profile = TARN_PROFILE_BALANCED;
+  only(plan).script_a.control.try_share = 1;
+  only(plan).script_a.control.callback_share = 1;
+  only(plan).script_b.control.on = true;
+  only(plan).script_b.control.pause_share = 0.3;
+  only(plan).script_b.control.reader_ns = ms(2000);
+  return plan;
+}
+
 // Sessions that are gone before the worker has heard of them.
 Plan orphans() {
   Plan plan = talk(distance(20));
@@ -266,6 +314,7 @@ const std::map<std::string, Maker>& makers() {
       {"blackholes", blackholes},
       {"burst_loss", burst_loss},
       {"clock_steps", clock_steps},
+      {"controlled", controlled},
       {"cut_off", cut_off},
       {"feedback_loss", feedback_loss},
       {"heavy_loss", heavy_loss},
@@ -281,6 +330,7 @@ const std::map<std::string, Maker>& makers() {
       {"restarted_peer", restarted_peer},
       {"sequence_wrap", sequence_wrap},
       {"silence", silence},
+      {"slow_reader", slow_reader},
       {"small_receive_window", small_receive_window},
       {"sockets", [] { return through(Path::kSockets, 2); }},
       {"storm", storm},

@@ -34,8 +34,8 @@ Pair::Pair(World& world, const Plan& plan, Random random, std::function<void()> 
       link_ba_(random_.fork(), plan.link_ba),
       stream_ab_(world, "a->b", rules(plan.settings)),
       stream_ba_(world, "b->a", rules(plan.settings)),
-      a_(world, {"a", plan.settings, {}}, random_.fork(), stream_ab_, stream_ba_, link_ab_),
-      b_(world, {"b", plan.settings, {}}, random_.fork(), stream_ba_, stream_ab_, link_ba_) {
+      a_(world, {"a", plan.settings, {}, {}}, random_.fork(), stream_ab_, stream_ba_, link_ab_),
+      b_(world, {"b", plan.settings, {}, {}}, random_.fork(), stream_ba_, stream_ab_, link_ba_) {
   Scheduler& scheduler = world_.scheduler();
   apply(settings_);
   a_.open(0);

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/sim/control_plan.h"
 #include "tests/sim/endpoint.h"
 #include "tests/sim/link.h"
 #include "tests/sim/scheduler.h"
@@ -26,6 +27,7 @@ struct Script {
   bool bounded = true;          // waits while the send window has no room for the next message
   double meddle_share = 0;      // of the messages that go with calls of other kinds
   Habits habits;
+  ControlPlan control;
 };
 
 // How datagrams get from the library onto the links and back.

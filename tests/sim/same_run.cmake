@@ -6,7 +6,7 @@ cmake_minimum_required(VERSION 3.20)
 set(hashes "")
 foreach(words "--seed 1" "--seed 2" "--seed 3" "--seed 4" "--seed 5" "--seed 6" "--seed 7" "--seed 8"
         "--plan storm" "--plan storm --seed 2" "--plan clock_steps" "--plan sockets" "--plan listener"
-        "--plan streams")
+        "--plan streams" "--plan controlled" "--plan slow_reader")
   separate_arguments(arguments UNIX_COMMAND "${words}")
   foreach(run first second)
     execute_process(COMMAND ${SIM} ${arguments} --hash OUTPUT_VARIABLE ${run}

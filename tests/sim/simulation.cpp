@@ -127,13 +127,14 @@ void Simulation::play(const Round& round) {
   for_each_conversation(&Conversation::calm_down);
   let_timers_catch_up();
   for_each_conversation(&Conversation::heal_and_settle);
+  for_each_conversation(&Conversation::check_counters);
   for_each_conversation(&Conversation::destroy);
   for_each_conversation(&Conversation::finish);
   if (has_sockets_) lobby_.close();
   for (const auto& each : conversations_) {
     outcome_.messages += each->messages_delivered();
     outcome_.datagrams += each->datagrams();
-    for (int code = 0; code < 4; ++code)
+    for (int code = 0; code < kErrors; ++code)
       errors_[code] += each->errors(static_cast<TarnError>(code));
   }
   wait_for_quiet(round.settings);

@@ -62,7 +62,7 @@ class Simulation {
   bool disturbing_ = false;
   size_t next_step_ = 0;
   HeapUse empty_;  // what the library keeps when there are no sessions
-  uint64_t errors_[4] = {};
+  uint64_t errors_[kErrors] = {};
   Outcome outcome_;
 };
 

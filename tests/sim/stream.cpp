@@ -39,9 +39,14 @@ Stream::Piece* Stream::find(uint16_t seq, uint64_t near) {
   return number < segments_.size() && segments_[number].known ? &segments_[number] : nullptr;
 }
 
-void Stream::open_message(std::string bytes) {
+void Stream::open_message(std::string bytes, bool is_refusable) {
   Scheduler& scheduler = world_.scheduler();
-  open_[scheduler.self()].push_back({std::move(bytes), 0, 0, scheduler.points()});
+  OpenMessage message;
+  if (rules_.controlled) message.call = sent_.begin(bytes);
+  message.bytes = std::move(bytes);
+  message.since = scheduler.points();
+  message.is_refusable = is_refusable;
+  open_[scheduler.self()].push_back(std::move(message));
 }
 
 bool Stream::is_sending() const {
@@ -49,16 +54,33 @@ bool Stream::is_sending() const {
   return found != open_.end() && !found->second.empty();
 }
 
-void Stream::close_message(bool cut_short) {
+Stream::OpenMessage Stream::take_innermost() {
   std::vector<OpenMessage>& stack = open_[world_.scheduler().self()];
-  const OpenMessage message = std::move(stack.back());
+  OpenMessage message = std::move(stack.back());
   stack.pop_back();
+  return message;
+}
+
+void Stream::close_message(SentMessages::Fate fate) {
+  const OpenMessage message = take_innermost();
+  if (rules_.trusted) check(sent_.end(message.call, fate));
+}
+
+bool Stream::close_message(bool cut_short) {
+  const OpenMessage message = take_innermost();
+  const bool found_room = !message.is_refused && !message.is_past_room;
+  if (rules_.controlled) {
+    auto fate = message.is_refused ? SentMessages::Fate::kRefused : SentMessages::Fate::kTaken;
+    if (cut_short) fate = SentMessages::Fate::kUnknown;
+    if (rules_.trusted) check(sent_.end(message.call, fate));
+    return found_room;
+  }
   if (message.emitted > 0) settle_last(message);
-  if (cut_short || !rules_.trusted) return;
-  if (message.emitted != message.bytes.size()) {
+  if (!cut_short && rules_.trusted && message.emitted != message.bytes.size()) {
     fail("{}: {} of {} bytes of a message have left when its send returns", name_, message.emitted,
          message.bytes.size());
   }
+  return found_room;
 }
 
 void Stream::settle_last(const OpenMessage& message) {
@@ -72,19 +94,81 @@ uint8_t Stream::flag_of(const OpenMessage& message, size_t payload) {
   return last ? kLast : kMiddle;
 }
 
-void Stream::emitted(const Emission& emission) {
+bool Stream::emitted(const Emission& emission) {
   const uint64_t number = absolute(emission.seq, segments_.size());
   if (number >= segments_.size() + 65536 / 2)
     fail("{}: segment {} comes from nowhere", name_, number);
   if (number >= segments_.size()) segments_.resize(number + 1);
   Piece& piece = segments_[number];
-  if (piece.known) {
+  const bool is_first = !piece.known;
+  if (is_first) ++outstanding_;
+  if (!is_first) {
     repeated_emission(piece, number, emission);
+  } else if (rules_.controlled) {
+    emitted_controlled(piece, number, emission);
   } else {
     first_emission(piece, number, emission);
   }
   ++piece.emissions;
   piece.emitted_at = world_.scheduler().now();
+  return is_first;
+}
+
+// Which message it belongs to shows when all before it have left.
+void Stream::emitted_controlled(Piece& piece, uint64_t number, const Emission& emission) {
+  const size_t size = emission.payload.size();
+  if (size == 0 || size > rules_.largest_payload ||
+      (size < rules_.largest_payload && !ends_message(emission.flag))) {
+    fail("{}: segment {} has {} bytes", name_, number, size);
+  }
+  piece.known = true;
+  piece.settled = true;  // before it leaves
+  piece.flag = emission.flag;
+  piece.payload = emission.payload;
+  if (is_sending()) {
+    OpenMessage& message = open_[world_.scheduler().self()].back();
+    message.emitted += size;
+    message.last_piece = number;
+  }
+  if (!rules_.trusted) return;
+  check_room(number);
+  place_messages();
+}
+
+// What the sender has been told is acknowledged may be more than it has taken in. Segments that it
+// does not keep are out for the moment.
+void Stream::check_room(uint64_t number) const {
+  const bool has_room =
+      outstanding_ <= rules_.most_sent && number <= all_acknowledged_ + rules_.most_ahead;
+  if (has_room || (rules_.may_overflow && is_somebody_overflowing())) return;
+  fail("{}: segment {} is sent, allowed {} of which {} are out, and {} beyond {}", name_, number,
+       rules_.most_sent, outstanding_, rules_.most_ahead, all_acknowledged_);
+}
+
+bool Stream::is_somebody_overflowing() const {
+  for (const auto& each : open_) {
+    for (const OpenMessage& message : each.second) {
+      if (!message.is_refusable) return true;
+    }
+  }
+  return false;
+}
+
+void Stream::place_messages() {
+  for (; all_placed_ < segments_.size() && segments_[all_placed_].known; ++all_placed_) {
+    const Piece& piece = segments_[all_placed_];
+    if (begun_.empty() != ((piece.flag & kFirst) != 0)) {
+      fail("{}: segment {} has flag {}", name_, all_placed_, piece.flag);
+    }
+    begun_ += piece.payload;
+    if (!ends_message(piece.flag)) continue;
+    check(sent_.place(begun_));
+    begun_.clear();
+  }
+}
+
+void Stream::check(const char* wrong) const {
+  if (wrong != nullptr) fail("{}: a message {}", name_, wrong);
 }
 
 void Stream::first_emission(Piece& piece, uint64_t number, const Emission& emission) {
@@ -157,8 +241,17 @@ void Stream::check_resends() const {
 
 void Stream::refused() {
   if (!is_sending()) fail("{}: a segment is refused while nobody sends", name_);
-  const uint64_t number = open_[world_.scheduler().self()].back().last_piece;
-  segments_[number].refused = true;
+  OpenMessage& message = open_[world_.scheduler().self()].back();
+  if (rules_.controlled && message.emitted == 0) {
+    message.is_refused = true;
+    return;
+  }
+  message.is_past_room = true;
+  const uint64_t number = message.last_piece;
+  Piece& piece = segments_[number];
+  if (!piece.acknowledged) --outstanding_;
+  piece.refused = true;
+  if (rules_.controlled) pass_acknowledged();
   first_refused_ = std::min(first_refused_, number);
 }
 
@@ -166,9 +259,16 @@ void Stream::mark_acknowledged(Piece& piece) {
   // An acknowledgement that overtakes the storing of its segment does nothing.
   if (piece.acknowledged || !piece.settled) return;
   piece.acknowledged = true;
+  if (!piece.refused) --outstanding_;
   piece.acknowledged_at = world_.scheduler().now();
-  while (all_acknowledged_ < segments_.size() && segments_[all_acknowledged_].acknowledged) {
-    ++all_acknowledged_;
+  pass_acknowledged();
+}
+
+// Who looks for room does not count what the window has not kept.
+void Stream::pass_acknowledged() {
+  for (; all_acknowledged_ < segments_.size(); ++all_acknowledged_) {
+    const Piece& oldest = segments_[all_acknowledged_];
+    if (!oldest.acknowledged && !(rules_.controlled && oldest.refused)) return;
   }
 }
 
@@ -237,7 +337,7 @@ bool Stream::is_complete() const {
     if (number >= first_refused_) return true;
     if (ends_message(segments_[number].flag)) return false;
   }
-  return true;
+  return sent_.are_all_placed();
 }
 
 }  // namespace tarn_sim
