@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "tarn/tarn.h"
+#include "tarn/control.h"
 
 namespace {
 
@@ -289,6 +289,112 @@ TEST(FailedAllocation, LeavesNoHoleInWhatIsSent) {
   }
 }
 
+// Until `numbers` has no hole, for as long as re-sends may take.
+bool become_whole(Numbers& numbers) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!numbers.are_whole()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return true;
+}
+
+TarnStats stats_of(void* session) {
+  const Spared spared;
+  TarnStats stats;
+  EXPECT_EQ(tarn_get_stats(session, &stats, sizeof stats), 0);
+  return stats;
+}
+
+// The first call of all, which makes what a session needs for it, with a window of its own or not;
+// part of the long message waits behind the window.
+TEST(FailedAllocation, TakesAMessageUnderControlWholeOrNotAtAll) {
+  tarn_init();
+  std::list<Numbers> kept;  // a re-send may still be under way in one
+  for (const size_t size : {100, 3000, 60'000}) {
+    bool done = false;
+    long k = 0;
+    for (; !done; ++k) {
+      void* const session = tarn_create();
+      Numbers& numbers = kept.emplace_back();
+      tarn_set_output_callback(session, &Numbers::add, &numbers);
+      std::vector<char> message(size, 'x');
+      int result = 0;
+      done = survives(k, [&] {
+        if (size > 50'000) tarn_set_option(session, TARN_OPTION_SEND_QUEUE, 1 << 20);
+        result = tarn_try_send_reliable(session, message.data(), size);
+      });
+      ASSERT_EQ(result, 0);
+      const TarnStats after = stats_of(session);
+      EXPECT_LE(after.messages_sent, 1u);
+      EXPECT_EQ(after.message_bytes_sent, after.messages_sent * size) << "allocation " << k;
+      EXPECT_EQ(after.outstanding_bytes + after.queued_bytes, after.messages_sent * size)
+          << size << " bytes, allocation " << k;
+      EXPECT_TRUE(!done || after.messages_sent == 1);
+      tarn_set_option(session, TARN_OPTION_SEND_QUEUE, 1 << 20);
+      EXPECT_EQ(tarn_try_send_reliable(session, message.data(), 1), 0);
+      EXPECT_TRUE(become_whole(numbers)) << size << " bytes, allocation " << k;
+      tarn_set_output_callback(session, discard, nullptr);
+      tarn_destroy(session);
+    }
+    EXPECT_GT(k, 4) << "no allocation failed";
+  }
+}
+
+// What waits leaves in the end, wherever the failure was; the acknowledgement comes again.
+TEST(FailedAllocation, KeepsWhatWaitsForRoom) {
+  tarn_init();
+  std::list<Numbers> kept;
+  bool done = false;
+  long k = 0;
+  for (; !done; ++k) {
+    void* const session = tarn_create();
+    Numbers& numbers = kept.emplace_back();
+    tarn_set_output_callback(session, &Numbers::add, &numbers);
+    tarn_set_option(session, TARN_OPTION_SEND_WINDOW, 1);
+    tarn_set_option(session, TARN_OPTION_SEND_QUEUE, 100'000);
+    const std::vector<char> message(20'000, 'x');
+    EXPECT_EQ(tarn_try_send_reliable(session, message.data(), message.size()), 0);
+    char una[] = {'$', 0, 0x0F, 0, 2, 0, 0};
+    const auto input = [&] { tarn_input(session, una, sizeof una); };
+    done = survives(k, input);
+    for (una[6] = 0; una[6] < 15; ++una[6]) input();
+    const TarnStats after = stats_of(session);
+    EXPECT_EQ(after.queued_bytes + after.outstanding_segments, 0u) << "allocation " << k;
+    EXPECT_EQ(after.segments_sent, 15u) << "allocation " << k;
+    tarn_set_output_callback(session, discard, nullptr);
+    tarn_destroy(session);
+  }
+  EXPECT_GT(k, 1) << "no allocation failed";
+}
+
+// A peer that has said its last word does not bring on what waits; the next send does, or a datagram
+// with nothing in it.
+TEST(FailedAllocation, LeavesNobodyWaitingWithNothingUnderWay) {
+  tarn_init();
+  for (const bool sends : {false, true}) {
+    bool done = false;
+    long k = 0;
+    for (; !done; ++k) {
+      void* const session = tarn_create();
+      tarn_set_output_callback(session, discard, nullptr);
+      tarn_set_option(session, TARN_OPTION_SEND_WINDOW, 1);
+      tarn_set_option(session, TARN_OPTION_SEND_QUEUE, 1000);
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(tarn_try_send_reliable(session, "x", 1), 0);
+      char una[] = {'$', 0, 0x0F, 0, 2, 0, 0};
+      done = survives(k, [&] { tarn_input(session, una, sizeof una); });
+      if (sends) {
+        EXPECT_EQ(tarn_try_send_reliable(session, "x", 1), 0);
+      } else {
+        tarn_input(session, una, 2);
+      }
+      EXPECT_EQ(stats_of(session).outstanding_segments, 1u) << "allocation " << k;
+      tarn_destroy(session);
+    }
+    EXPECT_GT(k, 1) << "no allocation failed";
+  }
+}
+
 int add_size(char*, int len, void* sizes) {
   const Spared spared;
   static_cast<std::vector<int>*>(sizes)->push_back(len);
@@ -328,6 +434,39 @@ TEST(FailedAllocation, LosesNothingOfWhatIsReceived) {
       input();
     }
     EXPECT_EQ(sizes, (std::vector<int>{1500, 5000, 4000, 30, 60})) << "allocation " << k;
+    tarn_destroy(session);
+  }
+  EXPECT_GT(k, 2) << "no allocation failed";
+}
+
+// The same while the session is paused, and when it is resumed.
+TEST(FailedAllocation, LosesNothingOfWhatComesToAPausedSession) {
+  tarn_init();
+  std::vector<std::vector<char>> datagrams{reliable(2, 0, 1000), reliable(1, 1, 500),
+                                           reliable(3, 3, 4000), reliable(3, 2, 5000)};
+  bool done = false;
+  long k = 0;
+  for (; !done; ++k) {
+    done = true;
+    void* const session = tarn_create();
+    std::vector<int> sizes;
+    tarn_set_recv_reliable_callback(session, add_size, &sizes);
+    const auto pause = [&](int on) {
+      const auto call = [&] { tarn_pause_receive(session, on); };
+      if (survives(k, call)) return;
+      done = false;
+      call();
+    };
+    pause(1);
+    for (std::vector<char>& each : datagrams) {
+      const auto input = [&] { tarn_input(session, each.data(), static_cast<int>(each.size())); };
+      if (survives(k, input)) continue;
+      done = false;
+      input();
+    }
+    EXPECT_TRUE(sizes.empty());
+    pause(0);
+    EXPECT_EQ(sizes, (std::vector<int>{1500, 5000, 4000})) << "allocation " << k;
     tarn_destroy(session);
   }
   EXPECT_GT(k, 2) << "no allocation failed";

@@ -1,7 +1,9 @@
 // Scenarios without a socket.
+#include <errno.h>
+
 #include <thread>
 
-#include "tarn/tarn.h"
+#include "tarn/control.h"
 #include "tests/faults/play.h"
 #include "tests/faults/waiting.h"
 #include "tests/support/kept.h"
@@ -47,6 +49,46 @@ void wired_pair(const Play& play) {
   for (const Bytes& each : b.reliable_received.all()) EXPECT_EQ(each, fragmented);
   for (const Bytes& each : a.reliable_received.all()) EXPECT_EQ(each, small);
   tarn_wait_destroy(a.handle(), 30);
+  tarn_destroy(b.handle());
+  link.disconnect();
+}
+
+void go_on(void* session, void* left) {
+  auto& count = *static_cast<int*>(left);
+  const Bytes message = pattern(500, 7);
+  while (count > 0 && tarn_try_send_reliable(session, message.data(), message.size()) == 0) --count;
+}
+
+// A sender that is refused and goes on when it is told to, to a reader that pauses, both with the
+// timers that control asks for.
+void controlled_pair(const Play& play) {
+  constexpr int kMessages = 15;
+  tarn_init();
+  Endpoint& a = endpoint();
+  Endpoint& b = endpoint();
+  auto& link = kept<LossyLink>(5, LinkFaults{0.2, 0.1, 0.1});
+  link.connect(a.handle(), b.handle());
+  int& left = kept<int>(kMessages);
+  tarn_set_option(a.handle(), TARN_OPTION_SEND_QUEUE, 3000);
+  tarn_set_option(a.handle(), TARN_OPTION_SEND_WINDOW, 8);
+  tarn_set_option(a.handle(), TARN_OPTION_KEEP_ALIVE_MS, 10);
+  tarn_set_option(b.handle(), TARN_OPTION_PEER_TIMEOUT_MS, 20);
+  tarn_set_writable_callback(a.handle(), go_on, &left);
+  tarn_pause_receive(b.handle(), 1);
+
+  go_on(a.handle(), &left);
+
+  EXPECT_LT(left, kMessages);
+  tarn_pause_receive(b.handle(), 0);
+  play.reach("all messages", [&] {
+    link.pump();
+    tarn_update();
+    return b.reliable_received.count() == kMessages;
+  });
+  TarnStats stats;
+  EXPECT_EQ(tarn_get_stats(b.handle(), &stats, sizeof stats), 0);
+  EXPECT_EQ(stats.messages_delivered, b.reliable_received.count());
+  tarn_destroy(a.handle());
   tarn_destroy(b.handle());
   link.disconnect();
 }
@@ -110,6 +152,7 @@ void drain_beside_updates(const Play& play) {
 const std::vector<Scenario>& session_scenarios() {
   static const std::vector<Scenario> all{{"InitCreateDestroy", init_create_destroy},
                                          {"WiredPair", wired_pair},
+                                         {"ControlledPair", controlled_pair},
                                          {"DestroyInsideCallbacks", destroy_inside_callbacks},
                                          {"DrainBesideUpdates", drain_beside_updates}};
   return all;

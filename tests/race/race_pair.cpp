@@ -1,5 +1,6 @@
 #include "tests/race/race_pair.h"
 
+#include <errno.h>
 #include <sys/socket.h>
 
 #include "tarn/io.h"
@@ -81,7 +82,83 @@ void RaceEnd::send_reliable(uint32_t thread, size_t size) {
   ++sent_;
   std::vector<char> message =
       make_message({pair_.number(), index_, thread, next_sent_[thread]++}, size);
+  if (pair_.is_controlled()) {
+    if (take(message)) return;
+    --sent_;
+    --next_sent_[thread];
+    return;
+  }
   tarn_send_reliable(handle_, message.data(), static_cast<int>(size));
+}
+
+bool RaceEnd::take(const std::vector<char>& message) {
+  ++tries_;
+  const int result = tarn_try_send_reliable(handle_, message.data(), message.size());
+  if (result != 0 && result != -EAGAIN && result != -ESHUTDOWN && result != -EBADF) {
+    pair_.verdict().wrong("a message that is neither taken nor refused");
+  }
+  if (result == 0) ++taken_;
+  return result == 0;
+}
+
+// A queue that a few messages fill, and a small window.
+void RaceEnd::take_control() {
+  constexpr long long kQueue = 6000;
+  constexpr long long kWindow = 8;
+  const int results[] = {tarn_set_option(handle_, TARN_OPTION_SEND_QUEUE, kQueue),
+                         tarn_set_option(handle_, TARN_OPTION_SEND_WINDOW, kWindow),
+                         tarn_set_option(handle_, TARN_OPTION_PEER_WINDOW, -1),
+                         tarn_set_writable_callback(handle_, &RaceEnd::on_writable, this)};
+  for (const int result : results) {
+    if (result != 0) pair_.verdict().wrong("a new session that cannot be controlled");
+  }
+}
+
+// Never more often than somebody has been refused; by the counts, at most.
+void RaceEnd::on_writable(void* session, void* user) {
+  auto* const end = static_cast<RaceEnd*>(user);
+  const uint64_t told = ++end->told_;
+  const uint64_t taken = end->taken_;
+  if (taken + told > end->tries_) end->pair_.verdict().wrong("told of room without a refusal");
+  tarn_send_room(session);
+}
+
+void RaceEnd::change_option(unsigned number) {
+  const long long value = number / 8 % 64;
+  switch (number % 8) {
+    case 0:
+      tarn_set_option(handle_, TARN_OPTION_SEND_WINDOW, 1 + value);
+      return;
+    case 1:
+      tarn_set_option(handle_, TARN_OPTION_RECV_WINDOW, 1 + value);
+      return;
+    case 2:
+      tarn_set_option(handle_, TARN_OPTION_SEND_QUEUE, 3000 + 100 * value);
+      return;
+    case 3:
+      tarn_set_option(handle_, TARN_OPTION_PEER_WINDOW, value % 2 == 0 ? -1 : value);
+      return;
+    case 4:
+      tarn_set_option(handle_, TARN_OPTION_KEEP_ALIVE_MS, value);
+      return;
+    case 5:
+      tarn_set_option(handle_, TARN_OPTION_PEER_TIMEOUT_MS, 10 * value);
+      return;
+    default:
+      tarn_set_writable_callback(handle_, &RaceEnd::on_writable, this);
+      return;
+  }
+}
+
+void RaceEnd::look_at_stats() {
+  const uint64_t taken = taken_;
+  TarnStats stats;
+  const int result = tarn_get_stats(handle_, &stats, sizeof stats);
+  Verdict& verdict = pair_.verdict();
+  if (result == -ESHUTDOWN || result == -EBADF) return;
+  if (result != 0) return verdict.wrong("no statistics");
+  if (stats.messages_sent < taken) verdict.wrong("a message that is taken and not counted");
+  if (stats.messages_sent > tries_) verdict.wrong("more messages are counted than there were");
 }
 
 void RaceEnd::send_unreliable(uint32_t thread, size_t size, bool in_place) {
@@ -146,6 +223,10 @@ void RacePair::create() {
 
 void RacePair::connect() {
   connected_ = true;
+  if (is_controlled()) {
+    first_.take_control();
+    second_.take_control();
+  }
   first_.set_callbacks(0);
   second_.set_callbacks(1);
   if (!over_udp_) return;

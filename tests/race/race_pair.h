@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tarn/tarn.h"
+#include "tarn/control.h"
 
 namespace tarn_test {
 
@@ -52,6 +52,15 @@ class RaceEnd {
   // may be fed by one thread at a time only.
   void feed();
 
+  // Of a pair under control.
+
+  void take_control();
+  void pause(bool on) { tarn_pause_receive(handle_, on ? 1 : 0); }
+  // Changes an option that costs no message.
+  void change_option(unsigned number);
+  // Counters hold together, whatever is under way.
+  void look_at_stats();
+
   void attach(int fd);
   void destroy_io();
 
@@ -74,6 +83,8 @@ class RaceEnd {
   static Functions functions();
   template <size_t alias>
   static RaceEnd* own(void* user);
+  static void on_writable(void* session, void* user);
+  bool take(const std::vector<char>& message);
 
   RaceEnd& other() const;
   void put(const char* data, size_t size);
@@ -86,6 +97,9 @@ class RaceEnd {
   void* io_ = nullptr;
   std::atomic<uint64_t> sent_{0};
   std::atomic<uint64_t> received_{0};
+  std::atomic<uint64_t> tries_{0};
+  std::atomic<uint64_t> taken_{0};  // of these
+  std::atomic<uint64_t> told_{0};
   // Numbers of the next message, by sending thread; the first is each thread's own.
   std::array<uint32_t, kRaceThreads> next_sent_{};
   std::mutex guard_;
@@ -99,6 +113,8 @@ class RacePair {
   // The sessions do not exist before create().
   RacePair(uint32_t number, bool over_udp, Verdict& verdict)
       : number_(number), over_udp_(over_udp), verdict_(verdict) {}
+  // Every other one of either kind.
+  bool is_controlled() const { return number_ / 2 % 2 != 0; }
   RacePair(const RacePair&) = delete;
   RacePair& operator=(const RacePair&) = delete;
 

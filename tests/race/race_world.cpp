@@ -157,14 +157,30 @@ void RaceWorld::act_on(RacePair& pair, uint32_t thread, std::mt19937& random) {
     case 9:
       tarn_get_conv(end.handle());
       return tarn_update();
+    case 10:
+      return pair.is_controlled() ? control(end, random) : end.feed();
     default:
       return end.feed();
+  }
+}
+
+void RaceWorld::control(RaceEnd& end, std::mt19937& random) {
+  switch (random() % 4) {
+    case 0:
+      return end.pause(true);
+    case 1:
+      return end.change_option(static_cast<unsigned>(random()));
+    case 2:
+      return end.look_at_stats();
+    default:
+      return end.pause(false);
   }
 }
 
 bool RaceWorld::settle_everything() {
   for (auto& slot : slots_) {
     RacePair* const pair = slot;
+    for (size_t i = 0; pair->is_controlled() && i < 2; ++i) pair->end(i).pause(false);
     const bool settled = wait_until(
         [pair] {
           for (size_t i = 0; i < 2; ++i) pair->end(i).feed();

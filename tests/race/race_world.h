@@ -47,6 +47,7 @@ class RaceWorld {
   void create_and_destroy_alone();
   void act_on(RacePair& pair, uint32_t thread, std::mt19937& random);
   static void change_settings(std::mt19937& random);
+  static void control(RaceEnd& end, std::mt19937& random);
 
   Verdict verdict_;
   std::array<std::atomic<RacePair*>, kPairs> slots_{};
