@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include "tarn/control.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -174,6 +176,42 @@ Seeds session_pairs() {
 }
 
 // Each operation once, with arguments that it accepts, on views that have something in them.
+Bytes option(unsigned end, TarnOption which, unsigned value) {
+  return Bytes().all({end, 6, static_cast<unsigned int>(which), 1}).u16(value);
+}
+
+// Each step names its end first.
+Seeds session_controls() {
+  const Bytes queue = Bytes()
+                          .repeat(1, option(0, TARN_OPTION_SEND_QUEUE, 5000))
+                          .repeat(1, option(0, TARN_OPTION_SEND_WINDOW, 2));
+  const Bytes tries = Bytes().all({0, 0, 200, 0, 1, 100}).all({0, 2}).u16(7000).all({1, 0, 50});
+  const Bytes deliver = Bytes().all({0, 10, 1, 10, 0, 13, 30});
+  const Bytes lose = Bytes().repeat(3, Bytes().all({0, 11, 0, 0})).all({0, 13, 70});
+  const Bytes paused = Bytes().all({1, 5, 1}).repeat(1, deliver).all({1, 5, 0});
+  const Bytes tells = Bytes().all({0, 14, 0, 0, 14, 20, 0, 14, 3, 1, 14, 133});
+  const Bytes lie = Bytes().all({0, 12, 1, 6}).add(segment(3, 3, number(9)) + "\x0b");
+  const auto script = [&](const Bytes& before, const Bytes& after) {
+    return Bytes().repeat(1, before).repeat(3, tries).repeat(3, after).repeat(2, deliver).text();
+  };
+  return {
+      {"refused-and-told", script(option(0, TARN_OPTION_SEND_WINDOW, 1), deliver)},
+      {"queued", script(queue, deliver)},
+      {"queued-and-lost", script(queue, lose)},
+      {"paused", script(option(1, TARN_OPTION_RECV_WINDOW, 3), paused)},
+      {"inside-callbacks", script(Bytes().repeat(1, queue).repeat(4, tells), deliver)},
+      {"wired", script(Bytes().repeat(1, queue).all({0, 15, 1, 1}), deliver)},
+      {"balanced", script(Bytes().all({0, 7, 1, 1, 7, 2}), deliver)},
+      {"peer-window", script(option(0, TARN_OPTION_PEER_WINDOW, 3), deliver)},
+      {"too-large", script(option(1, TARN_OPTION_MAX_MESSAGE, 150), deliver)},
+      {"keep-alive", script(option(0, TARN_OPTION_KEEP_ALIVE_MS, 20), deliver)},
+      {"peer-timeout", script(option(0, TARN_OPTION_PEER_TIMEOUT_MS, 40), lose)},
+      {"strict", script(option(0, TARN_OPTION_STRICT_CONV, 1), deliver)},
+      {"lied-to", script(queue, lie)},
+      {"small-mtu", script(option(0, TARN_OPTION_MTU, 20), deliver)},
+  };
+}
+
 Seeds data_views() {
   const Bytes fill = Bytes()
                          .all({0, 0, 8})
@@ -285,6 +323,7 @@ int main(int count, char** arguments) {
   const bool done = write_all(root / "packet", datagrams()) &&
                     write_all(root / "session_input", session_inputs()) &&
                     write_all(root / "session_pair", session_pairs()) &&
+                    write_all(root / "session_control", session_controls()) &&
                     write_all(root / "data_view", data_views()) &&
                     write_all(root / "timer_queue", timer_queues()) &&
                     write_all(root / "tcp_buffer", tcp_buffers()) &&
