@@ -10,11 +10,7 @@
 namespace tarn_tool {
 
 // A session whose datagrams go through a socket of the library. Messages arrive on the I/O thread
-// and wait in a mailbox for the main loop.
-//
-// Nobody but the session sees the acknowledgements, so there is no ledger: what is under way is
-// bounded by the receiver's credit, and the send window is several times as large (see
-// start_library()).
+// and wait in a mailbox for the main loop; when that is full the session is paused.
 class AttachedConversation : public Conversation {
  public:
   // An attached handle cuts datagrams to 1500 bytes, of which the library's own take up to 14.
@@ -26,23 +22,24 @@ class AttachedConversation : public Conversation {
 
   int fd() const override { return mailbox_.fd(); }
   void take_in() override;
-  unsigned room() const override { return settings().window; }
-  void send(std::string message) override { session_.send(std::move(message)); }
-  // Waits for the acknowledgements, for up to two seconds.
-  bool delivered() override;
+  bool send(const std::string& message) override { return session_.send(message); }
+  std::size_t undelivered() const override { return session_.undelivered(); }
+  void limit_to(std::uint32_t peer_window) override { session_.limit_to(peer_window); }
+  void pause(bool on) override;
   std::size_t max_message() const override { return kMaxMessage; }
 
  private:
-  static int on_reliable(char* data, int len, void* user);
-  static int on_unreliable(char* data, int len, void* user);
-  void send_sign() override { session_.send_alive(); }
+  static int on_reliable(char* data, int len, void* self);
+  static int on_unreliable(char* data, int len, void* self);
+  static void on_writable(void* session, void* self);
   void send_farewell(const std::string& message) override { session_.send_unreliable(message); }
-  bool is_inactive() const override { return session_.is_inactive(); }
+  std::chrono::milliseconds silence() const override { return session_.silence(); }
   std::optional<Outcome> problem() const override;
 
   Mailbox mailbox_;
   PeerSession session_;
   void* const io_;
+  bool is_paused_ = false;  // by the main loop
   bool flooded_ = false;
 };
 

@@ -9,10 +9,6 @@ namespace {
 constexpr int kFarewells = 10;
 constexpr std::chrono::milliseconds kFarewellSpan{20};
 
-// The same for every setting, since the peer's patience is not known here: the shortest timeout
-// still sees several signs.
-constexpr std::chrono::milliseconds kSignSpan{100};
-
 // A sender repeats its last message until it is acknowledged; silence for a few of those rounds
 // says that it was.
 constexpr std::chrono::milliseconds kLinger{600};
@@ -22,7 +18,7 @@ constexpr std::chrono::milliseconds kLinger{600};
 void Conversation::tick(TimePoint now) {
   if (now < next_sign_) return;
   if (farewell_.empty()) {
-    if (!waits_for_peer_ || is_answered_) send_sign();
+    send_sign();
     next_sign_ = now + kSignSpan;
   } else if (farewells_left_ > 0) {
     send_farewell(farewell_);
@@ -37,12 +33,11 @@ void Conversation::part(const std::string& reason, TimePoint now) {
   next_sign_ = now;
 }
 
-bool Conversation::may_close(TimePoint now) const { return now - last_heard_ > kLinger; }
+bool Conversation::may_close() const { return silence() > kLinger; }
 
-std::optional<Outcome> Conversation::trouble(TimePoint now) const {
+std::optional<Outcome> Conversation::trouble() const {
   const auto known = problem();
-  const bool is_silent = is_inactive() || now - last_heard_ > settings_.timeout;
-  if (known || !is_silent) return known;
+  if (known || silence() <= settings_.timeout) return known;
   const std::string error = last_error();
   return Outcome{kPeerSilent,
                  fmt::format("nothing heard from {} for {} ms{}", peer_, settings_.timeout.count(),

@@ -13,8 +13,7 @@
 
 namespace tarn_tool {
 
-// Messages to and from one peer, whatever carries them. Keeps the peer informed that this end is
-// alive, and notices when the peer is not.
+// Messages to and from one peer, whatever carries them. Notices when the peer is gone.
 // One thread, which must not destroy the object inside its handler.
 class Conversation {
  public:
@@ -32,19 +31,17 @@ class Conversation {
   virtual int fd() const { return -1; }
   virtual void take_in() {}
 
-  // Reliable messages that may be sent now.
-  virtual unsigned room() const = 0;
-  // Requires: room() is not 0; the message has 1 to mtu bytes.
-  virtual void send(std::string message) = 0;
-  // True when the peer has all that was sent. Nothing may be sent any more.
-  virtual bool delivered() = 0;
+  // Takes a reliable message of 1 to mtu bytes. False while there is no room: it is not taken.
+  virtual bool send(const std::string& message) = 0;
+  // Bytes taken that the peer has not confirmed yet.
+  virtual std::size_t undelivered() const = 0;
+  // The peer keeps so many segments; more need not be under way.
+  virtual void limit_to(std::uint32_t) {}
+  // Whether the peer's reliable messages are held up. Some may still be delivered then; letting
+  // them come again may deliver some before it returns.
+  virtual void pause(bool on) = 0;
   // Bytes in the largest message that can be received.
   virtual std::size_t max_message() const { return kMaxHelloMtu; }
-
-  // No signs of life before the peer has been heard. A listener takes every datagram that comes
-  // before it has a socket for the peer as another peer: a sender begins with one message alone.
-  void wait_for_peer() { waits_for_peer_ = true; }
-  bool is_answered() const { return is_answered_; }
 
   // Sends what is due: a sign of life, or the next farewell. Call at least every 20 ms.
   void tick(TimePoint now);
@@ -55,42 +52,39 @@ class Conversation {
   bool parted() const { return !farewell_.empty() && farewells_left_ == 0; }
 
   // True when a peer that has come to its end needs no more answers.
-  virtual bool may_close(TimePoint now) const;
+  virtual bool may_close() const;
   // Why the conversation cannot go on; nothing while it can. Call after every waiting message has
   // been taken in.
-  std::optional<Outcome> trouble(TimePoint now) const;
+  std::optional<Outcome> trouble() const;
 
   const std::string& peer() const { return peer_; }
 
  protected:
+  // The same for every setting, since the peer's patience is not known here: the shortest timeout
+  // still sees several signs of life.
+  static constexpr std::chrono::milliseconds kSignSpan{100};
+
   // `peer` names the peer to people.
   Conversation(std::string peer, const SessionSettings& settings)
       : settings_(settings), peer_(std::move(peer)) {}
 
-  void heard(TimePoint now) {
-    last_heard_ = now;
-    is_answered_ = true;
-  }
   void deliver(std::string_view bytes, Channel channel) { handler_(bytes, channel); }
   const SessionSettings& settings() const { return settings_; }
 
  private:
-  virtual void send_sign() = 0;
+  // For what has no keep-alive of its own.
+  virtual void send_sign() {}
   virtual void send_farewell(const std::string& message) = 0;
   // What went wrong, apart from the peer's silence.
   virtual std::optional<Outcome> problem() const = 0;
-  // The library's own report of silence. It comes when this end, too, had nothing to send, so the
-  // clock is looked at as well.
-  virtual bool is_inactive() const { return false; }
+  // How long nothing has come from the peer.
+  virtual std::chrono::milliseconds silence() const = 0;
   // Something to add to a complaint about silence; may be empty.
   virtual std::string last_error() const { return ""; }
 
   const SessionSettings settings_;
   const std::string peer_;
   Handler handler_;
-  TimePoint last_heard_ = Clock::now();
-  bool waits_for_peer_ = false;
-  bool is_answered_ = false;
   TimePoint next_sign_;
   std::string farewell_;
   int farewells_left_ = 0;

@@ -1,6 +1,5 @@
 #include "tools/datagram_conversation.h"
 
-#include <algorithm>
 #include <cstring>
 #include <utility>
 
@@ -16,7 +15,8 @@ DatagramConversation::DatagramConversation(std::shared_ptr<OutputChannel> channe
                                            unsigned conv, const SessionSettings& settings)
     : Conversation(std::move(peer), settings),
       channel_(std::move(channel)),
-      session_(channel_, conv, on_reliable, on_unreliable, this) {}
+      session_(channel_, conv, settings, kSignSpan,
+               {on_reliable, on_unreliable, on_writable, this}) {}
 
 DatagramConversation::DatagramConversation(std::shared_ptr<UdpSocket> socket, std::string peer,
                                            unsigned conv, const SessionSettings& settings)
@@ -42,10 +42,12 @@ int DatagramConversation::on_unreliable(char* data, int len, void* user) {
   return 0;
 }
 
-void DatagramConversation::input(char* datagram, std::size_t size, TimePoint now) {
-  heard(now);
+void DatagramConversation::on_writable(void*, void* user) {
+  static_cast<DatagramConversation*>(user)->session_.note_writable();
+}
+
+void DatagramConversation::input(char* datagram, std::size_t size) {
   tarn_input(session_.handle(), datagram, static_cast<int>(size));
-  ledger_.received({datagram, size});
 }
 
 void DatagramConversation::take_in() {
@@ -53,17 +55,8 @@ void DatagramConversation::take_in() {
   for (int i = 0; own_socket_ && i < kBatch; ++i) {
     const auto size = own_socket_->receive(buffer_.data(), buffer_.size(), from);
     if (!size) return;
-    input(buffer_.data(), *size, Clock::now());
+    input(buffer_.data(), *size);
   }
-}
-
-unsigned DatagramConversation::room() const {
-  return settings().window - std::min(settings().window, ledger_.outstanding());
-}
-
-void DatagramConversation::send(std::string message) {
-  ledger_.sent();
-  session_.send(std::move(message));
 }
 
 std::string DatagramConversation::last_error() const {

@@ -47,7 +47,7 @@ void DatagramEntrance::route(char* datagram, std::size_t size, const PeerAddress
   const Key key(from, tarn_read_packet_conv(datagram, length));
   if (key.second == 0) return;
   DatagramConversation* const conversation = find_or_open(key, {datagram, size});
-  if (conversation != nullptr) conversation->input(datagram, size, Clock::now());
+  if (conversation != nullptr) conversation->input(datagram, size);
 }
 
 DatagramConversation* DatagramEntrance::find_or_open(const Key& key, std::string_view datagram) {

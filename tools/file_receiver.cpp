@@ -10,13 +10,10 @@
 namespace tarn_tool {
 namespace {
 
-// Segments of the window that credit leaves to the other messages, of either end.
-constexpr unsigned kControlReserve = 8;
-// Bytes that one conversation may have queued, whatever sizes its sender asks for.
-constexpr std::uint64_t kMaxQueuedBytes = 16 << 20;
-// Credit is renewed when this part of it is used up: often enough that the sender never stands
-// still, seldom enough that the way back stays quiet.
-constexpr std::uint64_t kCreditParts = 8;
+// Bytes that may wait for the output before the peer is held up.
+constexpr std::size_t kMaxQueuedBytes = 1 << 20;
+// Bytes that the peer may have under way, whatever sizes it asks for.
+constexpr std::uint32_t kMaxWindowBytes = 16 << 20;
 
 }  // namespace
 
@@ -34,8 +31,7 @@ FileReceiver::~FileReceiver() {
 void FileReceiver::on_message(std::string_view bytes, Conversation::Channel channel) {
   if (outcome_) return;
   const auto message = parse_message(bytes);
-  const bool may_overtake = message && (std::holds_alternative<Abort>(*message) ||
-                                        std::holds_alternative<Alive>(*message));
+  const bool may_overtake = message && std::holds_alternative<Abort>(*message);
   const bool fits = bytes.size() <= max_message_;
   if (!fits || !message || (channel == Conversation::Channel::kUnreliable && !may_overtake)) {
     fail_protocol("a malformed message");
@@ -58,7 +54,7 @@ void FileReceiver::take(const Message& message) {
          false);
   } else if (std::holds_alternative<Done>(message)) {
     take_done();
-  } else if (!std::holds_alternative<Alive>(message)) {
+  } else {
     fail_protocol("a receiver's message");
   }
 }
@@ -71,10 +67,8 @@ void FileReceiver::take_hello(const Hello& hello) {
                             conversation_.max_message()),
                 true);
   }
-  const std::uint64_t windows = std::min(window_, std::max(hello.window, kMinWindow));
-  const std::uint64_t fitting = kMaxQueuedBytes / hello.mtu;
-  credit_span_ = std::max<std::uint64_t>(1, std::min(windows - kControlReserve, fitting));
   max_message_ = hello.mtu;
+  conversation_.send(encode(Welcome{std::min(window_, kMaxWindowBytes / hello.mtu)}));
   phase_ = Phase::kBetweenFiles;
 }
 
@@ -97,10 +91,10 @@ bool FileReceiver::open_sink(const Offer& offer) {
 
 void FileReceiver::take_data(const Data& data) {
   if (phase_ != Phase::kReceiving) return fail_protocol("data without a file");
-  if (++data_received_ > data_limit_) return fail_protocol("more than it had credit for");
   digest_->update(data.bytes);
   got_.size += data.bytes.size();
   sink_->queue(std::string(data.bytes));
+  hold_up_or_release();
 }
 
 void FileReceiver::take_end(const End& end) {
@@ -133,24 +127,24 @@ void FileReceiver::pump(TimePoint now) {
   std::string error;
   if (sink_ && !sink_->flush(error)) return fail(kFailure, error, true);
   if (phase_ == Phase::kEnding && sink_->queued() == 0) confirm_file(now);
-  if (!outcome_ && phase_ != Phase::kGreeting) grant_credit();
+  hold_up_or_release();
 }
 
-void FileReceiver::grant_credit() {
-  const std::uint64_t queued = sink_ ? sink_->queued() : 0;
-  const std::uint64_t limit = data_received_ - queued + credit_span_;
-  const std::uint64_t step = std::max<std::uint64_t>(1, credit_span_ / kCreditParts);
-  if (limit < data_limit_ + step || conversation_.room() <= kControlReserve / 2) return;
-  data_limit_ = limit;
-  conversation_.send(encode(Credit{limit}));
+// Noted first: a release delivers what was held up, which may come to the next halt.
+void FileReceiver::hold_up_or_release() {
+  const bool is_full = sink_ && sink_->queued() > kMaxQueuedBytes;
+  if (is_full == is_paused_) return;
+  is_paused_ = is_full;
+  conversation_.pause(is_full);
 }
 
 void FileReceiver::confirm_file(TimePoint now) {
-  if (conversation_.room() == 0) return;
   const bool agreed = got_.size == announced_.size && got_.digest == announced_.digest;
   const std::string name = printable(sink_->name());
   if (!close_sink(agreed)) return;
-  conversation_.send(encode(Result{agreed, got_.size, got_.digest}));
+  if (!conversation_.send(encode(Result{agreed, got_.size, got_.digest}))) {
+    return fail_protocol("files without taking an answer");
+  }
   progress_->update(got_.size, now);
   report_(fmt::format("received {}: {} bytes, sha256 {}, {}", name, got_.size, to_hex(got_.digest),
                       progress_->total_text(now)));

@@ -17,8 +17,8 @@
 
 namespace tarn_tool {
 
-// The receiving end of a transfer: grants credit as bytes are written, so that neither window nor
-// memory runs over, and tells the peer what each file came to.
+// The receiving end of a transfer: writes what comes, holds up the peer while that takes long, and
+// tells it what each file came to.
 class FileReceiver {
  public:
   // Gets the line that closes each file.
@@ -35,7 +35,7 @@ class FileReceiver {
 
   void on_message(std::string_view bytes, Conversation::Channel channel);
 
-  // Writes, grants credit and confirms files, as far as that goes without waiting.
+  // Writes and confirms files, as far as that goes without waiting.
   void pump(TimePoint now);
 
   // What to watch for output while bytes are queued; -1 for nothing.
@@ -56,7 +56,7 @@ class FileReceiver {
   void take_end(const End& end);
   void take_done();
   bool open_sink(const Offer& offer);
-  void grant_credit();
+  void hold_up_or_release();
   void confirm_file(TimePoint now);
   bool close_sink(bool agreed);
   void fail(int status, std::string text, bool tell_peer);
@@ -71,11 +71,9 @@ class FileReceiver {
   std::unique_ptr<FileSink> sink_;
   std::optional<Digest> digest_;
   std::optional<Progress> progress_;
-  End got_;                            // of the file under way, growing
-  End announced_;                      // what the sender says the file is
-  std::uint64_t data_received_ = 0;    // Data messages in the whole conversation
-  std::uint64_t data_limit_ = 0;       // granted
-  std::uint64_t credit_span_ = 0;      // Data messages that may be under way or queued
+  End got_;        // of the file under way, growing
+  End announced_;  // what the sender says the file is
+  bool is_paused_ = false;
   std::size_t max_message_ = kMinMtu;  // bytes, as the greeting says
   int worst_status_ = kSuccess;
   std::optional<Outcome> outcome_;

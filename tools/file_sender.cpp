@@ -10,8 +10,6 @@
 namespace tarn_tool {
 namespace {
 
-// Segments of the send window that Data leaves to the other messages.
-constexpr unsigned kControlReserve = 4;
 // Messages sent before the socket is looked at again.
 constexpr int kBurst = 64;
 // How long the last message may wait for its acknowledgement. By then the peer has confirmed every
@@ -25,16 +23,13 @@ FileSender::FileSender(Conversation& conversation, std::vector<std::string> path
     : conversation_(conversation),
       paths_(std::move(paths)),
       payload_size_(settings.mtu - kDataHeadSize),
-      report_(std::move(report)) {
-  conversation_.wait_for_peer();
-  conversation_.send(encode(Hello{settings.window, settings.mtu}));
-}
+      report_(std::move(report)),
+      message_(encode(Hello{settings.mtu})) {}
 
 void FileSender::on_message(std::string_view bytes, Conversation::Channel channel) {
   if (outcome_) return;
   const auto message = parse_message(bytes);
-  const bool may_overtake = message && (std::holds_alternative<Abort>(*message) ||
-                                        std::holds_alternative<Alive>(*message));
+  const bool may_overtake = message && std::holds_alternative<Abort>(*message);
   if (!message || (channel == Conversation::Channel::kUnreliable && !may_overtake)) {
     fail(kPeerEnded, fmt::format("{} sent a malformed message", conversation_.peer()), true);
     return;
@@ -43,16 +38,25 @@ void FileSender::on_message(std::string_view bytes, Conversation::Channel channe
 }
 
 void FileSender::take(const Message& message) {
-  if (const auto* credit = std::get_if<Credit>(&message)) {
-    data_limit_ = std::max(data_limit_, credit->limit);
+  if (const auto* welcome = std::get_if<Welcome>(&message)) {
+    take_welcome(*welcome);
   } else if (const auto* result = std::get_if<Result>(&message)) {
     take_result(*result);
   } else if (const auto* abort = std::get_if<Abort>(&message)) {
     fail(kPeerEnded, fmt::format("{} gave up: {}", conversation_.peer(), printable(abort->reason)),
          false);
-  } else if (!std::holds_alternative<Alive>(message)) {
+  } else {
     fail(kPeerEnded, fmt::format("{} is no receiver", conversation_.peer()), true);
   }
+}
+
+void FileSender::take_welcome(const Welcome& welcome) {
+  if (phase_ != Phase::kGreeting) {
+    fail(kPeerEnded, fmt::format("{} greeted twice", conversation_.peer()), true);
+    return;
+  }
+  conversation_.limit_to(welcome.window);
+  phase_ = Phase::kNextFile;
 }
 
 void FileSender::take_result(const Result& result) {
@@ -80,22 +84,26 @@ void FileSender::fail(int status, std::string text, bool tell_peer) {
 
 bool FileSender::pump(TimePoint now) {
   waiting_fd_ = -1;
-  if (!conversation_.is_answered()) return false;
   bool more = true;
   for (int i = 0; i < kBurst && more && !outcome_; ++i) more = step(now);
   return more && !outcome_;
 }
 
 bool FileSender::step(TimePoint now) {
+  if (!message_.empty() && !conversation_.send(message_)) return false;
+  message_.clear();
   switch (phase_) {
     case Phase::kNextFile:
       return start_next(now);
     case Phase::kStreaming:
       return stream();
     case Phase::kEnding:
-      return send_end();
+      message_ = encode(end_);
+      phase_ = Phase::kAwaitingResult;
+      return true;
     case Phase::kDraining:
       return drain(now);
+    case Phase::kGreeting:
     case Phase::kAwaitingResult:
       break;
   }
@@ -103,9 +111,8 @@ bool FileSender::step(TimePoint now) {
 }
 
 bool FileSender::start_next(TimePoint now) {
-  if (conversation_.room() == 0) return false;
   if (next_path_ == paths_.size()) {
-    conversation_.send(encode(Done{}));
+    message_ = encode(Done{});
     drain_until_ = now + kDrainTime;
     phase_ = Phase::kDraining;
     return true;
@@ -116,7 +123,7 @@ bool FileSender::start_next(TimePoint now) {
     fail(kFailure, error, true);
     return false;
   }
-  conversation_.send(encode(Offer{source_->size(), source_->name()}));
+  message_ = encode(Offer{source_->size(), source_->name()});
   digest_.emplace();
   progress_.emplace(printable(source_->name()), source_->size(), now);
   end_ = End{};
@@ -125,14 +132,12 @@ bool FileSender::start_next(TimePoint now) {
 }
 
 bool FileSender::stream() {
-  if (conversation_.room() <= kControlReserve || data_sent_ >= data_limit_) return false;
   std::string_view bytes;
   switch (source_->next(payload_size_, bytes)) {
     case FileSource::State::kBytes:
       digest_->update(bytes);
       end_.size += bytes.size();
-      ++data_sent_;
-      conversation_.send(encode(Data{bytes}));
+      message_ = encode(Data{bytes});
       return true;
     case FileSource::State::kEnd:
       end_.digest = digest_->finish();
@@ -148,24 +153,19 @@ bool FileSender::stream() {
   return false;
 }
 
-bool FileSender::send_end() {
-  if (conversation_.room() == 0) return false;
-  conversation_.send(encode(end_));
-  phase_ = Phase::kAwaitingResult;
-  return false;
-}
-
 bool FileSender::drain(TimePoint now) {
-  if (conversation_.delivered() || now > drain_until_) {
+  if (conversation_.undelivered() == 0 || now > drain_until_) {
     outcome_ = Outcome{worst_status_, "", false};
   }
   return false;
 }
 
 std::string FileSender::status_text(TimePoint now) {
-  if (data_limit_ == 0) return fmt::format("waiting for {}", conversation_.peer());
+  if (phase_ == Phase::kGreeting) return fmt::format("waiting for {}", conversation_.peer());
   if (!progress_) return "";
-  progress_->update(end_.size, now);
+  // What the peer has; of that, the other messages are nothing to speak of.
+  progress_->update(end_.size - std::min<std::uint64_t>(end_.size, conversation_.undelivered()),
+                    now);
   return progress_->text();
 }
 

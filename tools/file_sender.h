@@ -18,14 +18,14 @@
 
 namespace tarn_tool {
 
-// The sending end of a transfer: offers files one after another, streams each as far as the peer's
-// credit and the send window reach, and compares what the peer says it has got.
+// The sending end of a transfer: offers files one after another, streams each as far as there is
+// room, and compares what the peer says it has got.
 class FileSender {
  public:
   // Gets the line that closes each file.
   using Report = std::function<void(const std::string& line)>;
 
-  // Greets the peer at once. `conversation` must outlive the sender.
+  // `conversation` must outlive the sender.
   FileSender(Conversation& conversation, std::vector<std::string> paths,
              const SessionSettings& settings, Report report);
 
@@ -42,16 +42,17 @@ class FileSender {
   std::string status_text(TimePoint now);
 
  private:
-  enum class Phase { kNextFile, kStreaming, kEnding, kAwaitingResult, kDraining };
+  enum class Phase { kGreeting, kNextFile, kStreaming, kEnding, kAwaitingResult, kDraining };
 
-  // Each does one thing and returns false when it has to wait first.
+  // Each does one thing and returns false when it has to wait first. What they send is put down in
+  // message_, until the conversation takes it.
   bool step(TimePoint now);
   bool start_next(TimePoint now);
   bool stream();
-  bool send_end();
   bool drain(TimePoint now);
 
   void take(const Message& message);
+  void take_welcome(const Welcome& welcome);
   void take_result(const Result& result);
   void fail(int status, std::string text, bool tell_peer);
 
@@ -60,14 +61,13 @@ class FileSender {
   const std::size_t payload_size_;
   const Report report_;
 
-  Phase phase_ = Phase::kNextFile;
+  Phase phase_ = Phase::kGreeting;
+  std::string message_;
   std::size_t next_path_ = 0;
   std::unique_ptr<FileSource> source_;
   std::optional<Digest> digest_;
   std::optional<Progress> progress_;
-  End end_;                       // of the file that is under way, growing
-  std::uint64_t data_sent_ = 0;   // Data messages in the whole conversation
-  std::uint64_t data_limit_ = 0;  // that the peer allows
+  End end_;  // of the file that is under way, growing
   int waiting_fd_ = -1;
   int worst_status_ = kSuccess;
   TimePoint drain_until_;

@@ -68,6 +68,11 @@ FileSink::~FileSink() {
   close(ignored);
 }
 
+void FileSink::queue(std::string bytes) {
+  queued_ += bytes.size();
+  queue_.push_back(std::move(bytes));
+}
+
 bool FileSink::flush(std::string& error) {
   while (!queue_.empty() && !would_wait()) {
     if (!write_some()) {
@@ -92,6 +97,7 @@ bool FileSink::write_some() {
   const ssize_t written = ::write(fd_, piece.data() + offset_, count);
   if (written < 0) return errno == EINTR || errno == EAGAIN;
   offset_ += static_cast<std::size_t>(written);
+  queued_ -= static_cast<std::size_t>(written);
   if (offset_ == piece.size()) {
     queue_.pop_front();
     offset_ = 0;

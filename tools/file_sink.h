@@ -25,9 +25,9 @@ class FileSink {
 
   const std::string& name() const { return name_; }
 
-  void queue(std::string bytes) { queue_.push_back(std::move(bytes)); }
-  // Pieces queued and not wholly written.
-  std::size_t queued() const { return queue_.size(); }
+  void queue(std::string bytes);
+  // Bytes queued and not written.
+  std::size_t queued() const { return queued_; }
 
   // Writes without waiting, as far as that goes. False when writing failed; `error` says why.
   bool flush(std::string& error);
@@ -51,6 +51,7 @@ class FileSink {
   const bool created_;
   bool regular_ = false;
   std::deque<std::string> queue_;
+  std::size_t queued_ = 0;
   std::size_t offset_ = 0;  // bytes of the first piece that are written
 };
 

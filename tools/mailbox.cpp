@@ -8,8 +8,9 @@
 namespace tarn_tool {
 namespace {
 
-// Twice what a receiver allows one sender to have under way.
-constexpr std::size_t kMaxBytes = 32 << 20;
+constexpr std::size_t kFullBytes = 1 << 20;
+// Several times what a peer may have under way when it is held up.
+constexpr std::size_t kMaxBytes = 8 << 20;
 
 }  // namespace
 
@@ -26,6 +27,19 @@ void Mailbox::post(std::string_view bytes, Conversation::Channel channel) {
     bytes_ += bytes.size() + sizeof(Item);
     if (bytes_ > kMaxBytes) content_.flooded = true;
     if (!content_.flooded) content_.items.push_back({std::string(bytes), channel});
+  }
+  ring();
+}
+
+bool Mailbox::is_filled_by(std::size_t size) {
+  const std::lock_guard<std::mutex> hold(lock_);
+  return bytes_ + size > kFullBytes;
+}
+
+void Mailbox::note_full() {
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    content_.full = true;
   }
   ring();
 }

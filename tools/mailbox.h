@@ -21,7 +21,8 @@ class Mailbox {
     std::vector<Item> items;
     bool closed = false;     // the peer, or an error, has ended the connection
     bool writeable = false;  // since the last time
-    bool flooded = false;    // more came than a peer with credit sends
+    bool full = false;       // the peer was held up, see below
+    bool flooded = false;    // more came than that explains
   };
 
   Mailbox();
@@ -30,6 +31,10 @@ class Mailbox {
   Mailbox& operator=(const Mailbox&) = delete;
 
   void post(std::string_view bytes, Conversation::Channel channel);
+  // True when so many bytes more should be the last for now: hold up the peer first, then call
+  // note_full(), so that the main loop lets it go on.
+  bool is_filled_by(std::size_t size);
+  void note_full();
   void note_closed();
   void note_writeable();
 

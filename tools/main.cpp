@@ -56,7 +56,7 @@ void add_log(CLI::App& app, CommandLine& line) {
 
 void add_session_options(CLI::App& app, SessionSettings& settings) {
   app.add_option("--window", settings.window,
-                 "Segments under way at most, 16 to 16384; 64 with --attach")
+                 "Segments under way at most, 16 to 4096; 64 with --attach")
       ->check(CLI::Range(kMinWindow, kMaxWindow))
       ->type_name("N")
       ->capture_default_str();

@@ -35,9 +35,8 @@ class OutputChannel {
   void send(std::string_view datagram);
   int last_error() const { return socket_ ? socket_->last_error() : 0; }
 
-  std::atomic<bool> overflowed{false};  // the send window was full
-  std::atomic<bool> peer_left{false};   // the peer said bye
-  std::atomic<bool> inactive{false};    // nothing went either way for the timeout
+  std::atomic<bool> peer_left{false};  // the peer said bye
+  std::atomic<bool> flooded{false};    // a message was longer than any of the protocol
 
  private:
   OutputChannel(std::shared_ptr<UdpSocket> socket, const std::optional<PeerAddress>& to);

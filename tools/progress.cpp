@@ -31,13 +31,13 @@ Progress::Progress(std::string label, std::optional<std::uint64_t> total, TimePo
     : label_(std::move(label)), total_(total), start_(now), sample_time_(now) {}
 
 void Progress::update(std::uint64_t done, TimePoint now) {
-  done_ = done;
+  done_ = std::max(done_, done);
   const auto span = now - sample_time_;
   if (span < kSampleSpan) return;
-  const double rate = static_cast<double>(done - sample_done_) / in_seconds(span);
+  const double rate = static_cast<double>(done_ - sample_done_) / in_seconds(span);
   rate_ = rate_ ? *rate_ + kNewSampleWeight * (rate - *rate_) : rate;
   sample_time_ = now;
-  sample_done_ = done;
+  sample_done_ = done_;
 }
 
 std::string Progress::text() const {

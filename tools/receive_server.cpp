@@ -95,7 +95,7 @@ void ReceiveServer::look_after(Client& client, TimePoint now) {
       look_for_end(client, now);
       break;
     case Stage::kLingering:
-      if (client.conversation->may_close(now)) client.stage = Stage::kOver;
+      if (client.conversation->may_close()) client.stage = Stage::kOver;
       break;
     case Stage::kParting:
       if (client.conversation->parted()) client.stage = Stage::kOver;
@@ -108,7 +108,7 @@ void ReceiveServer::look_after(Client& client, TimePoint now) {
 void ReceiveServer::look_for_end(Client& client, TimePoint now) {
   client.receiver->pump(now);
   const auto& outcome = client.receiver->outcome();
-  const auto trouble = outcome ? std::nullopt : client.conversation->trouble(now);
+  const auto trouble = outcome ? std::nullopt : client.conversation->trouble();
   if (outcome) conclude(client, *outcome, now);
   if (trouble) conclude(client, *trouble, now);
 }

@@ -55,7 +55,7 @@ class SendRun {
     const TimePoint now = Clock::now();
     conversation_->tick(now);
     more_ = sender_.pump(now);
-    trouble_ = conversation_->trouble(now);
+    trouble_ = conversation_->trouble();
     if (status_line_.due(now)) status_line_.show(sender_.status_text(now), now);
   }
 

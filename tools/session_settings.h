@@ -21,7 +21,7 @@ constexpr unsigned kMinWindow = 16;
 // The library leaves its sockets' buffers as the system makes them. They hold about this many
 // messages; what comes on top of that in one burst is lost and has to be sent again.
 constexpr unsigned kAttachedWindow = 64;
-constexpr unsigned kMaxWindow = 16384;
+constexpr unsigned kMaxWindow = 4096;
 constexpr unsigned kMaxMtu = 65000;
 constexpr unsigned kMinTimeoutMs = 500;
 constexpr unsigned kMaxTimeoutMs = 3600000;

@@ -12,16 +12,14 @@ namespace tarn_tool {
 namespace {
 
 constexpr std::size_t kLengthSize = 4;
-// What may wait for the connection before the sender pauses.
-constexpr std::size_t kMaxUnsent = 1 << 20;
+// Bytes of messages that the peer need not have taken.
+constexpr std::size_t kMaxUntaken = 1 << 20;
 constexpr std::size_t kMaxWrite = 256 << 10;
 
-std::string framed(const std::string& message) {
+std::string number(std::size_t value) {
   std::string bytes;
-  for (std::size_t i = kLengthSize; i-- > 0;) {
-    bytes += static_cast<char>(message.size() >> (8 * i) & 0xff);
-  }
-  return bytes + message;
+  for (std::size_t i = kLengthSize; i-- > 0;) bytes += static_cast<char>(value >> (8 * i) & 0xff);
+  return bytes;
 }
 
 }  // namespace
@@ -51,41 +49,63 @@ void StreamConversation::on_readable(void* self) {
 }
 
 bool StreamConversation::cut_messages() {
-  std::size_t left = static_cast<std::size_t>(tarn_peek_size(io_));
-  if (left == leftover_) return false;
-  const std::string_view stream(tarn_peek(io_), left);
-  std::size_t at = 0;
-  while (left >= kLengthSize) {
-    const std::size_t length = read_u32(stream.substr(at));
-    if (length == 0 || length > kMaxHelloMtu) return false;
-    if (left < kLengthSize + length) break;
-    mailbox_.post(stream.substr(at + kLengthSize, length), Channel::kReliable);
-    at += kLengthSize + length;
-    left -= kLengthSize + length;
+  const auto size = static_cast<std::size_t>(tarn_peek_size(io_));
+  if (size == leftover_) return false;
+  std::string_view left(tarn_peek(io_), size);
+  while (left.size() >= kLengthSize) {
+    const std::size_t length = read_u32(left);
+    if (length > kMaxHelloMtu) return false;
+    const bool is_report = length == 0;
+    const std::size_t body = is_report ? kLengthSize : length;
+    if (left.size() < kLengthSize + body) break;
+    // A report is nobody's message, but has the same way to go.
+    mailbox_.post(left.substr(kLengthSize, body),
+                  is_report ? Channel::kUnreliable : Channel::kReliable);
+    left.remove_prefix(kLengthSize + body);
   }
-  if (at > 0) tarn_consume(io_, static_cast<int>(at));
-  leftover_ = left;
+  leftover_ = left.size();
+  if (leftover_ < size) tarn_consume(io_, static_cast<int>(size - leftover_));
   return true;
 }
 
 void StreamConversation::take_in() {
   const Mailbox::Content content = mailbox_.take();
-  if (!content.items.empty()) heard(Clock::now());
+  if (!content.items.empty()) last_heard_ = Clock::now();
   flooded_ = flooded_ || content.flooded;
   may_write_ = may_write_ || content.writeable;
-  for (const Mailbox::Item& item : content.items) deliver(item.bytes, item.channel);
+  for (const Mailbox::Item& item : content.items) take(item);
+  if (unreported_ > 0 && !is_paused_) report_taken();
   if (content.writeable && !content.closed) was_connected_ = true;
   closed_ = closed_ || content.closed;
   flush();
 }
 
-unsigned StreamConversation::room() const {
-  return unsent_.size() < kMaxUnsent ? settings().window : 0;
+void StreamConversation::take(const Mailbox::Item& item) {
+  if (item.channel == Channel::kUnreliable) {
+    untaken_ -= std::min<std::size_t>(untaken_, read_u32(item.bytes));
+    return;
+  }
+  unreported_ += item.bytes.size();
+  flooded_ = flooded_ || unreported_ > kMaxUntaken + kMaxHelloMtu;
+  deliver(item.bytes, item.channel);
 }
 
-void StreamConversation::send(std::string message) {
-  unsent_ += framed(message);
+void StreamConversation::report_taken() {
+  unsent_ += number(0) + number(std::exchange(unreported_, 0));
   flush();
+}
+
+void StreamConversation::pause(bool on) {
+  is_paused_ = on;
+  if (!on && unreported_ > 0) report_taken();
+}
+
+bool StreamConversation::send(const std::string& message) {
+  if (untaken_ >= kMaxUntaken) return false;
+  untaken_ += message.size();
+  unsent_ += number(message.size()) + message;
+  flush();
+  return true;
 }
 
 // What the socket does not take now waits for the next writeable event. That is asked for here, on
@@ -102,12 +122,19 @@ void StreamConversation::flush() {
 }
 
 void StreamConversation::send_sign() {
-  if (unsent_.empty() && was_connected_) send(encode(Alive{}));
+  if (!unsent_.empty() || !was_connected_) return;
+  unsent_ = number(0) + number(0);
+  flush();
 }
 
 // Once is enough here; what is stuck before it is given time by the repetitions.
 void StreamConversation::send_farewell(const std::string& message) {
-  if (!std::exchange(said_farewell_, true)) send(message);
+  if (!std::exchange(said_farewell_, true)) unsent_ += number(message.size()) + message;
+  flush();
+}
+
+std::chrono::milliseconds StreamConversation::silence() const {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - last_heard_);
 }
 
 std::optional<Outcome> StreamConversation::problem() const {

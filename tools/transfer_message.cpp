@@ -12,17 +12,14 @@ enum Type : std::uint8_t {
   kDataType,
   kEndType,
   kDoneType,
-  kCreditType,
+  kWelcomeType,
   kResultType,
-  kAbortType,
-  kAliveType
+  kAbortType
 };
 
 // Tells this protocol, and its version, from any other that a peer may speak.
-constexpr std::string_view kGreeting = "tarn transfer 1\n";
+constexpr std::string_view kGreeting = "tarn transfer 2\n";
 constexpr std::uint64_t kUnknownSize = std::numeric_limits<std::uint64_t>::max();
-// Alive goes out without a copy, for which the library wants at least 6 bytes.
-constexpr std::string_view kAlivePadding = "alive";
 
 class Writer {
  public:
@@ -87,7 +84,10 @@ class Reader {
 
 struct Encoder {
   std::string operator()(const Hello& m) const {
-    return Writer(kHelloType).text(kGreeting).number(m.window, 4).number(m.mtu, 4).take();
+    return Writer(kHelloType).text(kGreeting).number(m.mtu, 4).take();
+  }
+  std::string operator()(const Welcome& m) const {
+    return Writer(kWelcomeType).number(m.window, 4).take();
   }
   std::string operator()(const Offer& m) const {
     const std::string_view name = std::string_view(m.name).substr(0, kMaxName);
@@ -98,24 +98,17 @@ struct Encoder {
     return Writer(kEndType).number(m.size, 8).digest(m.digest).take();
   }
   std::string operator()(const Done&) const { return Writer(kDoneType).take(); }
-  std::string operator()(const Credit& m) const {
-    return Writer(kCreditType).number(m.limit, 8).take();
-  }
   std::string operator()(const Result& m) const {
     return Writer(kResultType).number(m.agreed, 1).number(m.size, 8).digest(m.digest).take();
   }
   std::string operator()(const Abort& m) const {
     return Writer(kAbortType).text(std::string_view(m.reason).substr(0, kMaxReason)).take();
   }
-  std::string operator()(const Alive&) const {
-    return Writer(kAliveType).text(kAlivePadding).take();
-  }
 };
 
 Hello read_hello(Reader& reader) {
   Hello hello;
   if (!reader.skip(kGreeting)) return hello;
-  hello.window = static_cast<std::uint32_t>(reader.number(4));
   hello.mtu = static_cast<std::uint32_t>(reader.number(4));
   return hello;
 }
@@ -155,15 +148,12 @@ std::optional<Message> read_body(std::uint64_t type, Reader& reader) {
       return read_end(reader);
     case kDoneType:
       return Done{};
-    case kCreditType:
-      return Credit{reader.number(8)};
+    case kWelcomeType:
+      return Welcome{static_cast<std::uint32_t>(reader.number(4))};
     case kResultType:
       return read_result(reader);
     case kAbortType:
       return Abort{std::string(reader.rest())};
-    case kAliveType:
-      reader.rest();
-      return Alive{};
     default:
       return std::nullopt;
   }
@@ -172,8 +162,9 @@ std::optional<Message> read_body(std::uint64_t type, Reader& reader) {
 // Limits that the layout alone does not set.
 bool is_sensible(const Message& message) {
   if (const auto* hello = std::get_if<Hello>(&message)) {
-    return hello->window > 0 && hello->mtu >= kMinMtu && hello->mtu <= kMaxHelloMtu;
+    return hello->mtu >= kMinMtu && hello->mtu <= kMaxHelloMtu;
   }
+  if (const auto* welcome = std::get_if<Welcome>(&message)) return welcome->window > 0;
   if (const auto* offer = std::get_if<Offer>(&message)) {
     return !offer->name.empty() && offer->name.size() <= kMaxName;
   }

@@ -12,17 +12,19 @@
 namespace tarn_tool {
 
 // What the two ends of a transfer tell each other. One byte of type, then numbers in big-endian
-// order and text that reaches to the end. Everything is reliable, but Abort and Alive, which have
-// to arrive while the reliable messages are stuck.
+// order and text that reaches to the end. Everything is reliable, but Abort, which has to arrive
+// while the reliable messages are stuck.
 //
-//   sender:    Hello  Offer Data* End  Offer Data* End ...  Done
-//   receiver:  Credit* Result (one per End)
-//   either:    Abort, Alive
+//   sender:    Hello           Offer Data* End         Offer Data* End ...  Done
+//   receiver:         Welcome                  Result                  ...
+//   either:    Abort
 
-// Opens the conversation. Nothing else starts one.
+// Opens the conversation. Nothing else starts one, and nothing follows before the answer.
 struct Hello {
-  std::uint32_t window = 0;  // segments
-  std::uint32_t mtu = 0;     // bytes in the largest message that follows
+  std::uint32_t mtu = 0;  // bytes in the largest message that follows
+};
+struct Welcome {
+  std::uint32_t window = 0;  // segments that the receiver keeps
 };
 struct Offer {
   std::optional<std::uint64_t> size;  // bytes; unknown for a stream
@@ -37,10 +39,6 @@ struct End {
   Sha256 digest = {};
 };
 struct Done {};
-// The sender may have sent `limit` Data messages since the conversation began.
-struct Credit {
-  std::uint64_t limit = 0;
-};
 // What the receiver has got, and whether that is what End announced.
 struct Result {
   bool agreed = false;
@@ -50,9 +48,8 @@ struct Result {
 struct Abort {
   std::string reason;  // at most kMaxReason bytes
 };
-struct Alive {};
 
-using Message = std::variant<Hello, Offer, Data, End, Done, Credit, Result, Abort, Alive>;
+using Message = std::variant<Hello, Welcome, Offer, Data, End, Done, Result, Abort>;
 
 constexpr std::size_t kMaxName = 200;
 constexpr std::size_t kMaxReason = 200;

@@ -99,12 +99,13 @@ void ChildProcess::close_input() {
   input_ = -1;
 }
 
-std::string ChildProcess::drain() {
+std::string ChildProcess::drain(std::chrono::milliseconds rest) {
   std::string bytes;
   char buffer[4096];
   ssize_t got = 0;
   while ((got = read(piped_output_, buffer, sizeof(buffer))) > 0) {
     bytes.append(buffer, static_cast<std::size_t>(got));
+    std::this_thread::sleep_for(rest);
   }
   return bytes;
 }

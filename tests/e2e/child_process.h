@@ -24,8 +24,8 @@ class ChildProcess {
   void write(const std::string& bytes);
   void close_input();
 
-  // Everything from the output pipe up to its end.
-  std::string drain();
+  // Everything from the output pipe up to its end, with a rest after each 4 KiB.
+  std::string drain(std::chrono::milliseconds rest = {});
 
   // What it has written so far.
   std::string output() const;

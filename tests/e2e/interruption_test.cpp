@@ -117,12 +117,28 @@ TEST_F(Interruption, ALongPauseOfTheInputIsNone) {
 
 TEST_F(Interruption, AStuckOutputIsNone) {
   const auto receiver = start_receiver({"-o", "-", "--timeout", "1000"}, "", true);
-  const std::string bytes = noise(3000000);
+  const std::string bytes = noise(10000000);
   const auto sender =
       start({"send", "--timeout", "1000", address_of(*receiver), make_file("f", bytes)});
 
   EXPECT_EQ(sender->wait(std::chrono::milliseconds(2000)), -1) << sender->errors();
+  EXPECT_NE(sender->errors().find("%"), std::string::npos);
+  EXPECT_EQ(sender->errors().find("100%"), std::string::npos) << sender->errors();
   const std::string received = receiver->drain();
+
+  EXPECT_EQ(sender->wait(), kSuccess) << sender->errors();
+  EXPECT_EQ(receiver->wait(), kSuccess) << receiver->errors();
+  EXPECT_TRUE(received == bytes);
+}
+
+// Far more than fits anywhere on the way, so that the sender is held up several times.
+TEST_F(Interruption, ASlowOutputLosesNothing) {
+  const auto receiver = start_receiver({"-o", "-", "--timeout", "1000"}, "", true);
+  const std::string bytes = noise(8000000);
+  const auto sender =
+      start({"send", "--timeout", "1000", address_of(*receiver), make_file("f", bytes)});
+
+  const std::string received = receiver->drain(std::chrono::milliseconds(1));
 
   EXPECT_EQ(sender->wait(), kSuccess) << sender->errors();
   EXPECT_EQ(receiver->wait(), kSuccess) << receiver->errors();

@@ -1,6 +1,8 @@
 // Files over the library's sockets: attached sessions, and TCP connections.
 #include <signal.h>
+#include <sys/stat.h>
 
+#include <chrono>
 #include <string>
 
 #include "tests/e2e/tool_fixture.h"
@@ -14,9 +16,9 @@ namespace {
 // Every test runs with "--attach" and with "--tcp".
 class LibrarySocket : public ToolFixture, public ::testing::WithParamInterface<const char*> {
  protected:
-  std::unique_ptr<ChildProcess> receive(Arguments options) {
+  std::unique_ptr<ChildProcess> receive(Arguments options, bool piped_output = false) {
     options.insert(options.begin(), {"recv", GetParam(), "0"});
-    auto process = start(options, "received");
+    auto process = start(options, "received", piped_output);
     EXPECT_TRUE(process->wait_for_error_text("listening on port ")) << process->errors();
     return process;
   }
@@ -75,6 +77,38 @@ TEST_P(LibrarySocket, OneReceiverServesSeveralSenders) {
   EXPECT_EQ(first->wait(), kSuccess) << first->errors();
   EXPECT_EQ(read("received/stdin"), "begun and ended");
   EXPECT_TRUE(read("received/b") == noise(100000));
+}
+
+TEST_P(LibrarySocket, AStuckOutputHoldsUpTheSender) {
+  const auto receiver = receive({"-o", "-", "--timeout", "1000"}, true);
+  const std::string bytes = noise(10000000);
+  const auto sender = start(send_to(*receiver, {make_file("f", bytes)}));
+
+  EXPECT_EQ(sender->wait(std::chrono::milliseconds(2000)), -1) << sender->errors();
+  EXPECT_NE(sender->errors().find("%"), std::string::npos);
+  EXPECT_EQ(sender->errors().find("100%"), std::string::npos) << sender->errors();
+  const std::string received = receiver->drain();
+
+  EXPECT_EQ(sender->wait(), kSuccess) << sender->errors();
+  EXPECT_EQ(receiver->wait(), kSuccess) << receiver->errors();
+  EXPECT_TRUE(received == bytes);
+}
+
+// Until somebody reads, the main loop waits for the pipe to open; what comes waits meanwhile.
+TEST_P(LibrarySocket, AReceiverThatIsBlockedHoldsUpTheSender) {
+  make_file("received/keep", "");
+  ASSERT_EQ(mkfifo(path("received/pipe").c_str(), 0600), 0);
+  const auto receiver = receive({"-o", "pipe"});
+  const std::string bytes = noise(10000000);
+  const auto sender = start(send_to(*receiver, {make_file("f", bytes)}));
+
+  EXPECT_EQ(sender->wait(std::chrono::milliseconds(2000)), -1) << sender->errors();
+  EXPECT_NE(sender->errors().find("%"), std::string::npos);
+  EXPECT_EQ(sender->errors().find("100%"), std::string::npos) << sender->errors();
+
+  EXPECT_TRUE(read("received/pipe") == bytes);
+  EXPECT_EQ(sender->wait(), kSuccess) << sender->errors();
+  EXPECT_EQ(receiver->wait(), kSuccess) << receiver->errors();
 }
 
 TEST_P(LibrarySocket, OnceTurnsASecondSenderAway) {

@@ -18,6 +18,15 @@ TEST(Progress, TellsRateAndTimeLeft) {
   EXPECT_EQ(progress.text(), "f  1.0 KiB of 4.0 KiB  25%  1.0 KiB/s  3.0 s left");
 }
 
+TEST(Progress, NeverGoesBack) {
+  const TimePoint start;
+  Progress progress("f", 4096, start);
+  progress.update(2048, start + seconds(1));
+  progress.update(2040, start + seconds(2));
+  EXPECT_EQ(progress.text().substr(0, 12), "f  2.0 KiB o");
+  EXPECT_EQ(progress.text().find("EiB"), std::string::npos) << progress.text();
+}
+
 TEST(Progress, OfAStreamHasNoEnd) {
   const TimePoint start;
   Progress progress("stdin", std::nullopt, start);
