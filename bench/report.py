@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes what the benchmarks and the simulator have measured into a document.
 
-  bench/report.py BENCH_JSON SIM_JSON DOCUMENT PLOTS
+  bench/report.py BENCH_JSON SIM_JSON CONTROL_JSON DOCUMENT PLOTS
 
 Replaces what stands between markers like <!-- engine --> and <!-- /engine --> by tables, and writes
 the data of the plots to the folder PLOTS. Fails when a benchmark has failed or is missing, but for
@@ -58,9 +58,9 @@ class Results:
 
 
 def main() -> None:
-    if len(sys.argv) != 5:
+    if len(sys.argv) != 6:
         raise SystemExit(__doc__)
-    bench, sim, document, plots = map(Path, sys.argv[1:])
+    bench, sim, control, document, plots = map(Path, sys.argv[1:])
     results = Results(json.loads(bench.read_text()))
     simulated = json.loads(sim.read_text())
     write_document(document, {
@@ -74,6 +74,7 @@ def main() -> None:
         "sockets": sockets(results),
         "latency": latency(simulated),
         "bulk": bulk(simulated),
+        "control": with_options(json.loads(control.read_text())),
     })
     write_plots(plots, results, simulated)
 
@@ -216,6 +217,12 @@ def bulk(simulated: dict) -> str:
     return table(["window", "throughput"],
                  [[f"{each['window']} segments", f"{each['mbit_per_s']:.1f} Mbit/s"]
                   for each in simulated["bulk"]])
+
+
+def with_options(simulated: dict) -> str:
+    return table(["", "plain", "with options"],
+                 [[each["what"], f"{each['plain']:.3g} {each['unit']}",
+                   f"{each['with_options']:.3g} {each['unit']}"] for each in simulated["control"]])
 
 
 def duration(ns: float) -> str:
