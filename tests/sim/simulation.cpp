@@ -12,8 +12,9 @@ namespace tarn_sim {
 namespace {
 
 // Sessions and handles that have been there once, at the same time and for each setting, so that
-// the library's tables have their size.
-constexpr int kWarmUpSessions = 32;
+// the library's tables have their size: more than a run has, those included whose timers have not
+// gone yet.
+constexpr int kWarmUpSessions = 100;
 constexpr int kWarmUpHandles =
     300;  // a peer whose other end is gone is made known with each datagram
 constexpr int kWarmUpListeners = 4;
