@@ -8,7 +8,7 @@
 
 namespace tarn_sim {
 
-// Measures and prints as measure() does, but for the bars, which have to be reached. Ends the
+// Measures and prints as measure() does; checked is that the least figures are reached. Ends the
 // process.
 [[noreturn]] void measure_control(uint64_t seed, Report report);
 
